@@ -3,14 +3,15 @@
 //
 //   registry entry --IOCreatePlugInInterfaceForService--> plug-in --QueryInterface--> device or interface
 //
-// Device, interface and plug-in are objects of the platform's own shape: the caller holds a pointer to a pointer to a
-// table of operations and passes it as `self`. Every object, entry, iterator, dictionary and event source that a call
-// hands out is released exactly once by the caller.
+// Device, interface and plug-in are objects of the platform's own shape: the caller holds a pointer to a
+// pointer to a table of operations and passes it as `self`. Every object, entry, iterator, dictionary and
+// event source that a call hands out is released exactly once by the caller.
 //
 // What holds for every operation that returns an IOReturn, unless it says otherwise:
 //   - 0 is success; anything else is a failure that acquired nothing and left outputs unwritten.
 //   - After a failure errno tells the reason in the host's words, so that %m makes a readable line.
-//   - It may be called from any thread, but one object is used by one thread at a time, except that transfers on
+//   - It may be called from any thread, but one object is used by one thread at a time, except that transfers
+//   on
 //     different pipes, and the abort of a pipe, may run side by side.
 //   - No exception leaves it; when memory runs out it returns kIOReturnNoMemory.
 #pragma once
@@ -27,8 +28,8 @@ using io_iterator_t = io_object_t;  // a list of entries that is walked once
 
 constexpr mach_port_t MACH_PORT_NULL = 0;
 
-/// Obtain the port through which the registry is searched. A search sees the devices that are on the bus at that
-/// moment. Release with mach_port_deallocate. May block while the host lists its devices.
+/// Obtain the port through which the registry is searched. A search sees the devices that are on the bus at
+/// that moment. Release with mach_port_deallocate. May block while the host lists its devices.
 IOReturn IOMasterPort(mach_port_t bootstrap, mach_port_t* port) noexcept;
 
 /// The calling task; only mach_port_deallocate asks for it.
@@ -56,8 +57,8 @@ void CFDictionarySetValue(CFMutableDictionaryRef dictionary, const char* key, CF
 void CFRelease(CFNumberRef number) noexcept;
 void CFRelease(CFMutableDictionaryRef dictionary) noexcept;
 
-/// Find the devices that match, in the order of their place on the bus. Takes over the dictionary, whatever the
-/// result. The iterator, which may be empty, is released with IOObjectRelease.
+/// Find the devices that match, in the order of their place on the bus. Takes over the dictionary, whatever
+/// the result. The iterator, which may be empty, is released with IOObjectRelease.
 IOReturn IOServiceGetMatchingServices(mach_port_t port, CFMutableDictionaryRef matching,
                                       io_iterator_t* iterator) noexcept;
 
@@ -85,19 +86,20 @@ enum CFRunLoopRunResult : SInt32 {
 /// The calling thread's run loop; lives as long as the thread. Null when memory has run out.
 CFRunLoopRef CFRunLoopGetCurrent() noexcept;
 
-/// Attach a source to the loop or detach it; both on the loop's own thread. What completes while a source is detached
-/// waits in it.
+/// Attach a source to the loop or detach it; both on the loop's own thread. What completes while a source is
+/// detached waits in it.
 void CFRunLoopAddSource(CFRunLoopRef loop, CFRunLoopSourceRef source, CFRunLoopMode mode) noexcept;
 void CFRunLoopRemoveSource(CFRunLoopRef loop, CFRunLoopSourceRef source, CFRunLoopMode mode) noexcept;
 
 /// Deliver completions on the calling thread until the loop is stopped.
 void CFRunLoopRun() noexcept;
 
-/// As CFRunLoopRun, for at most `seconds`, and only until one completion was delivered if `return_after_source`.
+/// As CFRunLoopRun, for at most `seconds`, and only until one completion was delivered if
+/// `return_after_source`.
 CFRunLoopRunResult CFRunLoopRunInMode(CFRunLoopMode mode, double seconds, bool return_after_source) noexcept;
 
-/// Make the current run of the loop return or, when it is not running, its next run: the request is kept until a run
-/// has returned for it. From any thread.
+/// Make the current run of the loop return or, when it is not running, its next run: the request is kept
+/// until a run has returned for it. From any thread.
 void CFRunLoopStop(CFRunLoopRef loop) noexcept;
 
 /// Give back an event source. Completions that still wait in it are dropped.
@@ -158,7 +160,8 @@ enum CFUUID : UInt8 {
 
 /// A plug-in: the way from a registry entry to an object that operates it.
 struct IOCFPlugInInterface {
-    /// Make the object of the kind `id`, with one reference that the caller gives back with the object's Release.
+    /// Make the object of the kind `id`, with one reference that the caller gives back with the object's
+    /// Release.
     IOReturn (*QueryInterface)(void* self, CFUUID id, void** object);
     UInt32 (*Release)(void* self);  ///< give back one reference; the last one frees the plug-in
 };
@@ -168,36 +171,38 @@ struct IOCFPlugInInterface {
 IOReturn IOCreatePlugInInterfaceForService(io_service_t service, CFUUID plug_in_type, CFUUID interface_type,
                                            IOCFPlugInInterface*** plug_in, SInt32* score) noexcept;
 
-/// A USB device. The identity calls answer from what the host read when the device came, without bus traffic and
-/// without opening it; the others need the device open.
+/// A USB device. The identity calls answer from what the host read when the device came, without bus traffic
+/// and without opening it; the others need the device open.
 struct IOUSBDeviceInterface197 {
     UInt32 (*Release)(void* self);  ///< give back one reference; the last one closes and frees the object
 
     IOReturn (*GetDeviceVendor)(void* self, UInt16* vendor_id);
     IOReturn (*GetDeviceProduct)(void* self, UInt16* product_id);
     IOReturn (*GetDeviceReleaseNumber)(void* self, UInt16* release);
-    IOReturn (*GetDeviceSpeed)(void* self, UInt8* speed);                    ///< 0 low, 1 full, 2 high
-    IOReturn (*USBGetProductStringIndex)(void* self, UInt8* index);          ///< 0: the device has no such string
+    IOReturn (*GetDeviceSpeed)(void* self, UInt8* speed);            ///< 0 low, 1 full, 2 high
+    IOReturn (*USBGetProductStringIndex)(void* self, UInt8* index);  ///< 0: the device has no such string
     IOReturn (*USBGetSerialNumberStringIndex)(void* self, UInt8* index);
 
     /// Claim the device for this client alone. kIOReturnExclusiveAccess when another client holds it,
     /// kIOReturnNotPermitted when this user may not open it. Drivers of the host that sit on it are detached.
     IOReturn (*USBDeviceOpen)(void* self);
-    /// End all transfers and give the claim back. Returns 0 also when the device is gone; blocks until no completion
-    /// of this device will be posted any more.
+    /// End all transfers and give the claim back. Returns 0 also when the device is gone; blocks until no
+    /// completion of this device will be posted any more.
     IOReturn (*USBDeviceClose)(void* self);
 
     /// The descriptor of configuration `index`; stays valid as long as the object.
-    IOReturn (*GetConfigurationDescriptorPtr)(void* self, UInt8 index, IOUSBConfigurationDescriptorPtr* descriptor);
+    IOReturn (*GetConfigurationDescriptorPtr)(void* self, UInt8 index,
+                                              IOUSBConfigurationDescriptorPtr* descriptor);
     IOReturn (*SetConfiguration)(void* self, UInt8 value);
     /// An iterator over the interfaces of the current configuration that match; release with IOObjectRelease.
-    IOReturn (*CreateInterfaceIterator)(void* self, const IOUSBFindInterfaceRequest* request, io_iterator_t* iterator);
+    IOReturn (*CreateInterfaceIterator)(void* self, const IOUSBFindInterfaceRequest* request,
+                                        io_iterator_t* iterator);
     /// A control request on the default pipe. Blocks until done or timed out.
     IOReturn (*DeviceRequestTO)(void* self, IOUSBDevRequestTO* request);
 };
 
-/// An interface of an open device. Pipe 0 is the device's default pipe, pipe n the n-th endpoint of the current
-/// alternate setting. A stalled bulk pipe stays halted, and refuses transfers, until it is cleared.
+/// An interface of an open device. Pipe 0 is the device's default pipe, pipe n the n-th endpoint of the
+/// current alternate setting. A stalled bulk pipe stays halted, and refuses transfers, until it is cleared.
 struct IOUSBInterfaceInterface {
     UInt32 (*Release)(void* self);  ///< give back one reference; the last one closes and frees the object
 
@@ -206,27 +211,31 @@ struct IOUSBInterfaceInterface {
 
     /// Choose the setting that decides which pipes exist. Pending transfers end first, as aborted.
     IOReturn (*SetAlternateInterface)(void* self, UInt8 setting);
-    /// A control request on pipe 0. Blocks until done or timed out; may run beside a transfer on another pipe.
+    /// A control request on pipe 0. Blocks until done or timed out; may run beside a transfer on another
+    /// pipe.
     IOReturn (*ControlRequestTO)(void* self, UInt8 pipe, IOUSBDevRequestTO* request);
 
     IOReturn (*GetPipeStatus)(void* self, UInt8 pipe);  ///< 0 ready; kIOUSBPipeStalled; kIOUSBUnknownPipeErr
-    /// Read up to *size bytes from a bulk pipe; on return *size is what arrived, whatever the status. Blocks until the
-    /// device ends the transfer, the buffer is full, or `no_data_ms` pass without a byte (0: no limit).
-    /// kIOReturnOverrun when the device sent more than fitted.
-    IOReturn (*ReadPipeTO)(void* self, UInt8 pipe, void* data, UInt32* size, UInt32 no_data_ms, UInt32 completion_ms);
+    /// Read up to *size bytes from a bulk pipe; on return *size is what arrived, whatever the status. Blocks
+    /// until the device ends the transfer, the buffer is full, or `no_data_ms` pass without a byte (0: no
+    /// limit). kIOReturnOverrun when the device sent more than fitted.
+    IOReturn (*ReadPipeTO)(void* self, UInt8 pipe, void* data, UInt32* size, UInt32 no_data_ms,
+                           UInt32 completion_ms);
     IOReturn (*WritePipeTO)(void* self, UInt8 pipe, const void* data, UInt32 size, UInt32 no_data_ms,
                             UInt32 completion_ms);
-    /// Clear a stall on the host and on the device; transfers pending on the pipe end as aborted. For pipe 0 a success
-    /// that does nothing, since the next request clears it.
+    /// Clear a stall on the host and on the device; transfers pending on the pipe end as aborted. For pipe 0
+    /// a success that does nothing, since the next request clears it.
     IOReturn (*ClearPipeStallBothEnds)(void* self, UInt8 pipe);
-    /// Cancel all transfers pending on the pipe; their completions, with kIOReturnAborted, are still delivered.
+    /// Cancel all transfers pending on the pipe; their completions, with kIOReturnAborted, are still
+    /// delivered.
     IOReturn (*AbortPipe)(void* self, UInt8 pipe);
 
-    /// Queue one bulk read of up to `size` bytes, without a time limit. `data` stays the caller's but is written until
-    /// the completion, which is delivered exactly once, by the run loop that the event source is attached to. A read
-    /// that was refused has no completion. From any thread.
-    IOReturn (*ReadPipeAsync)(void* self, UInt8 pipe, void* data, UInt32 size, IOAsyncCallback1 callback, void* refcon);
-    /// A new event source through which completions of reads queued from now on reach a run loop. Release with
-    /// CFRelease.
+    /// Queue one bulk read of up to `size` bytes, without a time limit. `data` stays the caller's but is
+    /// written until the completion, which is delivered exactly once, by the run loop that the event source
+    /// is attached to. A read that was refused has no completion. From any thread.
+    IOReturn (*ReadPipeAsync)(void* self, UInt8 pipe, void* data, UInt32 size, IOAsyncCallback1 callback,
+                              void* refcon);
+    /// A new event source through which completions of reads queued from now on reach a run loop. Release
+    /// with CFRelease.
     IOReturn (*CreateInterfaceAsyncEventSource)(void* self, CFRunLoopSourceRef* source);
 };

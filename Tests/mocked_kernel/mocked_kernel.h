@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: Apache-2.0
+// A bus of modelled USB devices that the host's own USB library sees as real: a test bed of umockdev with the
+// files that Linux would show, and a node for each device. The process runs with libumockdev-preload
+// preloaded.
+#pragma once
+
+#include <umockdev.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "usbfs_node.h"
+
+namespace tovix::mocked_kernel {
+
+class MockedKernel {
+  public:
+    MockedKernel();
+    ~MockedKernel();
+    MockedKernel(const MockedKernel&) = delete;
+    MockedKernel& operator=(const MockedKernel&) = delete;
+
+    /// Plug a device into a port, 1 to 15, that is free. The model outlives its time on the bus, and is in
+    /// its first configuration.
+    void plug(int port, UsbDeviceModel& model);
+    /// Pull the device out. When this returns, the model is called no more.
+    void unplug(int port);
+
+  private:
+    struct Plugged {
+        int port;
+        std::string system_path;  // empty once it is pulled out
+        std::string node_path;
+        std::shared_ptr<UsbfsNode> node;
+    };
+
+    const Ref<UMockdevTestbed> testbed_;
+    std::vector<Plugged> devices_;  // and those that have left: files of theirs may still be open
+};
+
+}  // namespace tovix::mocked_kernel

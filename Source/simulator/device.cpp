@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include "frame_mark.h"
 #include "scene.h"
@@ -376,8 +377,13 @@ bool Device::video_runs() const {
 
 void Device::start_or_stop_video() {
     if (video_runs()) {
-        if (frame_end_us_ == kNever) frame_end_us_ = now_us_ + registers_->frame_period_us();
+        if (frame_end_us_ != kNever || video_starts_) return;
+        // Drawing the first frame takes a while. It is drawn before the first frame's time begins to run.
+        sensor_.render(registers_->sensor_settings(), frames_produced_, frame_);
+        frame_.clear();
+        video_starts_ = true;
     } else {
+        video_starts_ = false;
         frame_end_us_ = kNever;
         frame_.clear();
         frame_sent_ = 0;
@@ -401,6 +407,7 @@ void Device::produce_frame() {
 
 std::int64_t Device::next_event_us() const {
     if (!attached_) return return_us_;
+    if (video_starts_) return now_us_;
     return reads_.empty() ? kNever : frame_end_us_;
 }
 
@@ -411,6 +418,7 @@ void Device::advance(std::int64_t now_us) {
         return;
     }
     registers_->advance(now_us_);
+    if (std::exchange(video_starts_, false)) frame_end_us_ = now_us_ + registers_->frame_period_us();
     if (frame_end_us_ > now_us_) return;
     // Frames that nobody waited for were taken and overwritten: only the newest is worth drawing.
     const std::int64_t period_us = registers_->frame_period_us();

@@ -161,6 +161,7 @@ class Device {
     bool out_halted_ = false, in_halted_ = false;
     std::deque<BulkRead*> reads_;
 
+    bool video_starts_ = false;           // the first frame begins when the time is told next
     std::int64_t frame_end_us_ = kNever;  // of the frame that the sensor takes now
     std::vector<std::uint8_t> frame_;     // the newest complete frame, until it has been read
     std::size_t frame_sent_ = 0;

@@ -81,6 +81,44 @@ TEST(Simulation, TwoCamerasAtOnceAsFastAsTheyGo) {
     tovix_simulation_end();
 }
 
+TEST(Simulation, FaultsComeWhereAndWhenTheyWerePlanted) {
+    ASSERT_EQ(tovix_simulation_begin(TOVIX_SIMULATION_STEPPED), 0);
+    const tovix_simulated_options options = options_of("lyra03c", TOVIX_SIMULATED_READY);
+    tovix_simulated_camera* device = nullptr;
+    ASSERT_EQ(tovix_simulation_attach(&options, &device), 0);
+    tovix_simulated_fault fault{.size = sizeof fault,
+                                .place = TOVIX_FAULT_OPEN,
+                                .kind = TOVIX_FAULT_REFUSED,
+                                .address = UINT32_MAX,
+                                .skip = 0,
+                                .times = 1,
+                                .value = 0,
+                                .delay_us = 0};
+    _tovix* camera = nullptr;
+    for (const auto& [kind, reason] : {std::pair{TOVIX_FAULT_REFUSED, "Permission denied"},
+                                       {TOVIX_FAULT_BUSY, "Device or resource busy"}}) {
+        fault.kind = static_cast<std::uint32_t>(kind);
+        ASSERT_EQ(tovix_simulation_plant_fault(device, &fault), 0);
+        EXPECT_EQ(printed_by([&] { EXPECT_EQ(tovix_camera_open_by_pid(&camera, 0x0203), 0); }),
+                  std::string("usb_open_device: usb device open error: ") + reason +
+                      "\nerror: unable to open usb device\n");
+        EXPECT_EQ(camera, nullptr);
+    }
+    fault.place = TOVIX_FAULT_MOMENT;
+    EXPECT_EQ(tovix_simulation_plant_fault(device, &fault), TOVIX_EINVAL)
+        << "only coming and going happen by themselves";
+    fault.kind = TOVIX_FAULT_REPLUG;
+    fault.delay_us = 2'000'000;
+    ASSERT_EQ(tovix_simulation_plant_fault(device, &fault), 0);
+    std::uint32_t count = 0;
+    for (const auto& [step_us, attached] : {std::pair{1'999'999, 1}, {1, 0}, {1'499'999, 0}, {1, 1}}) {
+        ASSERT_EQ(tovix_simulation_step(static_cast<std::uint64_t>(step_us)), 0);
+        EXPECT_EQ(tovix_enum_cameras(nullptr, &count), attached) << step_us;
+        count = 0;
+    }
+    tovix_simulation_end();
+}
+
 TEST(Simulation, ATornFrameIsSeen) {
     ASSERT_EQ(tovix_simulation_begin(TOVIX_SIMULATION_FAST), 0);
     const tovix_simulated_options options = options_of("lyra03c", TOVIX_SIMULATED_READY);

@@ -90,7 +90,7 @@ for kind in raw png; do
 done
 (cd "$work/left" && { "$tool" --resources "$resources" --simulate=lyra03m stream -o - 2>../left.err; echo $? >../left.out; } | head -c 1000 >reader) &
 pids[left]=$!
-start too_long --simulate=lyra03m capture --timeout 0.001 -o a.raw
+start too_long --simulate=mira50m capture --timeout 0.001 -o a.raw
 start no_size --simulate=lyra03m capture --size 100x100
 start off_sensor --simulate=lyra03m capture --size 640x480 --offset 16,0
 start no_rate --simulate=lyra03m capture --rate 7

@@ -62,7 +62,10 @@ enum {
     TOVIX_FAULT_SET_ALTERNATE = 5,
     TOVIX_FAULT_CLEAR_HALT = 6,
     TOVIX_FAULT_BULK_OUT = 7,
-    TOVIX_FAULT_BULK_IN = 8
+    TOVIX_FAULT_BULK_IN = 8,
+    TOVIX_FAULT_OPEN = 9,        /**< the host opens the device */
+    TOVIX_FAULT_QUEUE_READ = 10, /**< the host queues a read of frames */
+    TOVIX_FAULT_MOMENT = 11 /**< no operation: the fault comes by itself, `delay_us` after it was planted */
 };
 
 /** What goes wrong. */
@@ -73,19 +76,22 @@ enum {
     TOVIX_FAULT_EMPTY = 3,   /**< an answer of no bytes */
     TOVIX_FAULT_OVERRUN = 4, /**< more than was asked for */
     TOVIX_FAULT_UNPLUG = 5,
-    TOVIX_FAULT_REPLUG = 6, /**< unplugged, and plugged in again 1.5 s later */
-    TOVIX_FAULT_HOSTILE = 7 /**< the answer is `value`, repeated */
+    TOVIX_FAULT_REPLUG = 6,  /**< unplugged, and plugged in again 1.5 s later */
+    TOVIX_FAULT_HOSTILE = 7, /**< the answer is `value`, repeated */
+    TOVIX_FAULT_REFUSED = 8, /**< the host may not */
+    TOVIX_FAULT_BUSY = 9     /**< the host may not for now: somebody else holds it */
 };
 
 /** A fault to plant. */
 typedef struct tovix_simulated_fault {
-    uint32_t size;    /**< bytes of this record */
-    uint32_t place;   /**< TOVIX_FAULT_* of the first kind */
-    uint32_t kind;    /**< TOVIX_FAULT_* of the second kind */
-    uint32_t address; /**< register, memory address, or descriptor type and index; 0xFFFFFFFF: any */
-    uint32_t skip;    /**< matching operations that still go well */
-    uint32_t times;   /**< operations that fail from then on; 0xFFFFFFFF: for good */
-    uint32_t value;   /**< of TOVIX_FAULT_HOSTILE */
+    uint32_t size;     /**< bytes of this record */
+    uint32_t place;    /**< where: TOVIX_FAULT_MEMORY_WRITE to TOVIX_FAULT_MOMENT */
+    uint32_t kind;     /**< what: TOVIX_FAULT_STALL to TOVIX_FAULT_BUSY */
+    uint32_t address;  /**< register, memory address, or descriptor type and index; 0xFFFFFFFF: any */
+    uint32_t skip;     /**< matching operations that still go well */
+    uint32_t times;    /**< operations that fail from then on; 0xFFFFFFFF: for good */
+    uint32_t value;    /**< of TOVIX_FAULT_HOSTILE */
+    uint32_t delay_us; /**< not before this long after it was planted, in simulated time */
 } tovix_simulated_fault;
 
 /** Name of model `index`, or null beyond the last. Valid until the next call on this thread. */

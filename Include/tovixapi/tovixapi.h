@@ -10,9 +10,9 @@
  *   - A null camera handle, or a null pointer where a result must go, is refused with TOVIX_EFAIL.
  *   - Failures, and many steps of start-up and open, are reported as one line on the standard error stream.
  *   - The application owns the handle from open to close, and every record and buffer that it passes in.
- *   - One handle is used by one thread at a time, except tovix_wait_for_capture_to_buffer() and
- *     tovix_release_buffer(), which any thread may call while the stream runs. Different cameras are
- * independent.
+ *   - One handle is used by one thread at a time. While its stream runs, any thread may besides call
+ *     tovix_wait_for_capture_to_buffer(), tovix_release_buffer() and tovix_stop_streaming(). Different cameras are
+ *     independent.
  *   - No call may be made from within a callback of the library.
  */
 #ifndef TOVIXAPI_TOVIXAPI_H

@@ -22,7 +22,10 @@ Port::~Port() {
     if (thread_.joinable()) thread_.join();
 }
 
-Port::Access::Access(Port& port) : port_(port), lock_(port.mutex_) {
+Port::Access::Access(Port& port) : port_(port), lock_(port.mutex_, std::defer_lock) {
+    ++port_.wanted_;
+    lock_.lock();
+    --port_.wanted_;
     port_.device_.advance(port_.clock_.now_us());
 }
 
@@ -36,7 +39,9 @@ void Port::run() {
         device_.advance(clock_.now_us());
         const std::int64_t next_us = device_.next_event_us();
         const std::int64_t wait_us = next_us - clock_.now_us();
-        if (next_us == Device::kNever) {
+        if (wanted_ != 0) {
+            changed_.wait_for(lock, std::chrono::milliseconds(1));
+        } else if (next_us == Device::kNever) {
             changed_.wait(lock);
         } else if (clock_.jumps()) {
             clock_.jump(wait_us);

@@ -5,7 +5,7 @@
 // port gives the device its time; in stepped time whoever steps or sleeps does.
 #pragma once
 
-#include <array>
+#include <atomic>
 #include <list>
 #include <memory>
 #include <mutex>
@@ -52,8 +52,9 @@ class Port {
     Clock& clock_;
     std::mutex mutex_;
     std::condition_variable changed_;
-    Device device_;                                 // guarded by mutex_
-    const void* holder_ = nullptr;                  // guarded by mutex_: who has the device open
+    std::atomic<int> wanted_{0};    // accesses that wait for the lock; the port's thread makes way for them
+    Device device_;                 // guarded by mutex_
+    const void* holder_ = nullptr;  // guarded by mutex_: who has the device open
     std::uint32_t held_generation_ = 0;             // guarded by mutex_
     std::list<std::unique_ptr<HostRead>> pending_;  // guarded by mutex_: asynchronous reads
     bool quit_ = false;                             // guarded by mutex_

@@ -159,8 +159,7 @@ Answer Device::get_descriptor(const Setup& setup, std::uint8_t* data) {
 
 Answer Device::standard_request(const Setup& setup, std::uint8_t* data) {
     switch (setup.request) {
-        case kGetDescriptor:
-            return get_descriptor(setup, data);
+        case kGetDescriptor: return get_descriptor(setup, data);
         case kSetConfiguration:
             if (setup.value > kOnlyConfiguration) return {Outcome::kStall};
             configuration_ = static_cast<std::uint8_t>(setup.value);
@@ -177,8 +176,7 @@ Answer Device::standard_request(const Setup& setup, std::uint8_t* data) {
             if (setup.index == kOutEndpoint) out_halted_ = false;
             if (setup.index == kInEndpoint) in_halted_ = false;
             return {Outcome::kDone};
-        default:
-            return {Outcome::kStall};
+        default: return {Outcome::kStall};
     }
 }
 
@@ -231,14 +229,10 @@ std::pair<Place, std::uint32_t> place_of(const Setup& setup) {
         return {setup.to_host() ? Place::kRegisterRead : Place::kRegisterWrite, setup.index};
     }
     switch (setup.request) {
-        case kSetConfiguration:
-            return {Place::kSetConfiguration, setup.value};
-        case kSetInterface:
-            return {Place::kSetAlternate, setup.value};
-        case kClearFeature:
-            return {Place::kClearHalt, setup.index};
-        default:
-            return {Place::kDescriptor, setup.value};
+        case kSetConfiguration: return {Place::kSetConfiguration, setup.value};
+        case kSetInterface: return {Place::kSetAlternate, setup.value};
+        case kClearFeature: return {Place::kClearHalt, setup.index};
+        default: return {Place::kDescriptor, setup.value};
     }
 }
 
@@ -247,18 +241,13 @@ std::pair<Place, std::uint32_t> place_of(const Setup& setup) {
 Answer Device::apply(const Fault& fault, Answer answer, const Setup& setup, std::uint8_t* data) {
     switch (fault.kind) {
         case FaultKind::kStall:
-            return {Outcome::kStall};
-        case FaultKind::kTimeout:
-            return {Outcome::kSilent};
-        case FaultKind::kShortAnswer:
-            return {answer.outcome, answer.length / 2};
-        case FaultKind::kEmptyAnswer:
-            return {answer.outcome, 0};
-        case FaultKind::kOverrun:
-            return {Outcome::kOverrun, answer.length};
-        case FaultKind::kUnplug:
-            unplug();
-            return {Outcome::kGone};
+        case FaultKind::kRefused:
+        case FaultKind::kBusy: return {Outcome::kStall};
+        case FaultKind::kTimeout: return {Outcome::kSilent};
+        case FaultKind::kShortAnswer: return {answer.outcome, answer.length / 2};
+        case FaultKind::kEmptyAnswer: return {answer.outcome, 0};
+        case FaultKind::kOverrun: return {Outcome::kOverrun, answer.length};
+        case FaultKind::kUnplug: unplug(); return {Outcome::kGone};
         case FaultKind::kReplug:
             unplug();
             return_us_ = now_us_ + options_.reenumeration_us;
@@ -275,10 +264,11 @@ Answer Device::apply(const Fault& fault, Answer answer, const Setup& setup, std:
 Answer Device::control(const Setup& setup, std::uint8_t* data) {
     if (!attached_) return {Outcome::kGone};
     const auto [place, address] = place_of(setup);
-    const std::optional<Fault> fault = faults_.strike(place, address);
+    const std::optional<Fault> fault = faults_.strike(place, address, now_us_);
     // What the device refuses, or never sees, has no effect on it.
-    const bool unseen = fault && (fault->kind == FaultKind::kStall || fault->kind == FaultKind::kTimeout ||
-                                  fault->kind == FaultKind::kUnplug || fault->kind == FaultKind::kReplug);
+    const bool unseen = fault && fault->kind != FaultKind::kShortAnswer &&
+                        fault->kind != FaultKind::kEmptyAnswer && fault->kind != FaultKind::kOverrun &&
+                        fault->kind != FaultKind::kHostileValue;
     Answer answer{Outcome::kDone};
     if (!unseen) answer = dispatch(setup, data);
     if (fault) answer = apply(*fault, answer, setup, data);
@@ -294,13 +284,20 @@ void Device::observe(Transfer::Kind kind, const Setup& setup, Answer answer, con
     observer_(transfer);
 }
 
+std::optional<FaultKind> Device::host_operation(Place place) {
+    const std::optional<Fault> fault = faults_.strike(place, Fault::kAnyAddress, now_us_);
+    if (!fault) return std::nullopt;
+    apply(*fault, {Outcome::kDone}, Setup{}, nullptr);
+    return fault->kind;
+}
+
 // ---------------------------------------------------------------------------------------------------------------
 // Bulk pipes
 
 Answer Device::bulk_out(std::uint8_t endpoint, std::span<const std::uint8_t> data) {
     if (!attached_) return {Outcome::kGone};
     Answer answer{Outcome::kDone, static_cast<std::uint32_t>(data.size())};
-    const std::optional<Fault> fault = faults_.strike(Place::kBulkOut, endpoint);
+    const std::optional<Fault> fault = faults_.strike(Place::kBulkOut, endpoint, now_us_);
     if (fault) answer = apply(*fault, answer, Setup{}, nullptr);
     const std::vector<std::uint8_t> existing = endpoints(setting_);
     if (out_halted_ || std::ranges::find(existing, endpoint) == existing.end()) answer = {Outcome::kStall};
@@ -332,7 +329,7 @@ void Device::deliver() {
         if (left == 0) return;
         BulkRead& read = *reads_.front();
         Answer answer{Outcome::kDone, static_cast<std::uint32_t>(std::min<std::size_t>(left, read.size))};
-        if (const std::optional<Fault> fault = faults_.strike(Place::kBulkIn, kInEndpoint)) {
+        if (const std::optional<Fault> fault = faults_.strike(Place::kBulkIn, kInEndpoint, now_us_)) {
             answer = apply(*fault, answer, Setup{}, nullptr);
             if (answer.outcome == Outcome::kGone) return;  // the reads have ended with the device
             if (answer.outcome == Outcome::kSilent) {      // this frame is lost on its way
@@ -408,7 +405,7 @@ void Device::produce_frame() {
 std::int64_t Device::next_event_us() const {
     if (!attached_) return return_us_;
     if (video_starts_) return now_us_;
-    return reads_.empty() ? kNever : frame_end_us_;
+    return std::min(faults_.next_moment_us(), reads_.empty() ? kNever : frame_end_us_);
 }
 
 void Device::advance(std::int64_t now_us) {
@@ -417,6 +414,8 @@ void Device::advance(std::int64_t now_us) {
         if (now_us_ >= return_us_) come_to_bus(state_);
         return;
     }
+    if (faults_.next_moment_us() <= now_us_) host_operation(Place::kMoment);
+    if (!attached_) return;
     registers_->advance(now_us_);
     if (std::exchange(video_starts_, false)) frame_end_us_ = now_us_ + registers_->frame_period_us();
     if (frame_end_us_ > now_us_) return;

@@ -103,6 +103,9 @@ class Device {
     std::uint8_t configuration() const { return configuration_; }
     bool halted(std::uint8_t endpoint) const { return endpoint == kInEndpoint ? in_halted_ : out_halted_; }
 
+    /// The fault that hits something the host does without the device's part: opening it, queueing a read.
+    std::optional<FaultKind> host_operation(Place place);
+
     // ---- transfers. `data` has room for setup.length bytes.
     Answer control(const Setup& setup, std::uint8_t* data);
     Answer bulk_out(std::uint8_t endpoint, std::span<const std::uint8_t> data);
@@ -120,6 +123,7 @@ class Device {
     void unplug();   ///< power is lost too: firmware and FPGA are gone
     void plug_in();  ///< as `options.state` says
     FaultPlan& faults() { return faults_; }
+    std::int64_t now_us() const { return now_us_; }
     void set_observer(std::function<void(const Transfer&)> observer) { observer_ = std::move(observer); }
     std::uint32_t frames_produced() const { return frames_produced_; }
     CameraSetup& setup() { return options_.camera; }

@@ -18,18 +18,23 @@ enum class Place : std::uint8_t {
     kSetAlternate,
     kClearHalt,
     kBulkOut,
-    kBulkIn
+    kBulkIn,     // a frame on its way to the host
+    kOpen,       // the host opens the device
+    kQueueRead,  // the host queues a read of frames
+    kMoment      // no operation: the fault comes by itself
 };
 
 enum class FaultKind : std::uint8_t {
     kStall,
-    kTimeout,      // no answer; the host's time-out ends the transfer
-    kShortAnswer,  // half of what is due
-    kEmptyAnswer,  // nothing, as a success
-    kOverrun,      // more than fits
-    kUnplug,       // the device leaves the bus
-    kReplug,       // it leaves the bus and comes back
-    kHostileValue  // the answer is the fault's value, repeated
+    kTimeout,       // no answer; the host's time-out ends the transfer
+    kShortAnswer,   // half of what is due
+    kEmptyAnswer,   // nothing, as a success
+    kOverrun,       // more than fits
+    kUnplug,        // the device leaves the bus
+    kReplug,        // it leaves the bus and comes back
+    kHostileValue,  // the answer is the fault's value, repeated
+    kRefused,       // the host may not
+    kBusy           // the host may not for now
 };
 
 struct Fault {
@@ -42,6 +47,7 @@ struct Fault {
     std::uint32_t skip = 0;               ///< matching operations that still go well
     std::uint32_t times = 1;              ///< operations that fail from then on
     std::uint32_t value = 0;              ///< of kHostileValue
+    std::int64_t from_us = 0;             ///< not before this time of the bus
 };
 
 class FaultPlan {
@@ -50,7 +56,10 @@ class FaultPlan {
     void clear() { faults_.clear(); }
 
     /// The fault that hits this operation, if any; each planted fault counts the operations that match it.
-    std::optional<Fault> strike(Place place, std::uint32_t address);
+    std::optional<Fault> strike(Place place, std::uint32_t address, std::int64_t now_us);
+
+    /// When the next fault comes by itself; INT64_MAX: none does.
+    std::int64_t next_moment_us() const;
 
   private:
     std::vector<Fault> faults_;

@@ -18,18 +18,24 @@ constexpr UInt32 kHostTimeoutMs = 5000;  // of requests that the host makes by i
 
 IOReturn status_of(Outcome outcome) {
     switch (outcome) {
-        case Outcome::kDone:
-            return kIOReturnSuccess;
-        case Outcome::kStall:
-            return kIOUSBPipeStalled;
-        case Outcome::kSilent:
-            return kIOUSBTransactionTimeout;
-        case Outcome::kOverrun:
-            return kIOReturnOverrun;
-        case Outcome::kGone:
-            return kIOReturnNoDevice;
+        case Outcome::kDone: return kIOReturnSuccess;
+        case Outcome::kStall: return kIOUSBPipeStalled;
+        case Outcome::kSilent: return kIOUSBTransactionTimeout;
+        case Outcome::kOverrun: return kIOReturnOverrun;
+        case Outcome::kGone: return kIOReturnNoDevice;
     }
     return kIOReturnError;
+}
+
+/// What a fault makes of an operation that is the host's alone.
+IOReturn status_of(FaultKind fault) {
+    switch (fault) {
+        case FaultKind::kRefused: return kIOReturnNotPermitted;
+        case FaultKind::kBusy: return kIOReturnBusy;
+        case FaultKind::kUnplug:
+        case FaultKind::kReplug: return kIOReturnNoDevice;
+        default: return kIOReturnError;
+    }
 }
 
 /// The endpoint of a pipe in the current setting; 0 when there is no such pipe.
@@ -91,6 +97,8 @@ SimulatedHostDevice::SimulatedHostDevice(std::shared_ptr<Port> port) : port_(std
 IOReturn SimulatedHostDevice::open() {
     const auto device = port_->access();
     if (gone(*device)) return kIOReturnNoDevice;
+    if (const auto fault = device->host_operation(Place::kOpen))
+        return *fault == FaultKind::kBusy ? kIOReturnExclusiveAccess : status_of(*fault);
     // Whoever held what was in the port before it was unplugged holds nothing now.
     if (port_->holder_ != nullptr && port_->held_generation_ == generation_) return kIOReturnExclusiveAccess;
     port_->holder_ = this;
@@ -251,6 +259,7 @@ IOReturn SimulatedHostDevice::read_async(UInt8, UInt8 pipe, platform::AsyncRead&
     if (gone(*device)) return kIOReturnNoDevice;
     const UInt8 endpoint = endpoint_of(*device, pipe);
     if (!is_input(endpoint)) return kIOUSBUnknownPipeErr;
+    if (const auto fault = device->host_operation(Place::kQueueRead)) return status_of(*fault);
     HostRead& pending = *port_->pending_.emplace_back(std::make_unique<HostRead>(port_->pending_, read));
     device->bulk_in(endpoint, pending);
     return kIOReturnSuccess;

@@ -138,15 +138,20 @@ std::int32_t tovix_simulation_plug_in(tovix_simulated_camera* camera) {
 std::int32_t tovix_simulation_plant_fault(tovix_simulated_camera* camera,
                                           const tovix_simulated_fault* fault) {
     if (camera == nullptr || fault == nullptr || fault->size < sizeof *fault) return TOVIX_EFAIL;
-    if (fault->place > TOVIX_FAULT_BULK_IN || fault->kind > TOVIX_FAULT_HOSTILE) return TOVIX_EINVAL;
+    if (fault->place > TOVIX_FAULT_MOMENT || fault->kind > TOVIX_FAULT_BUSY) return TOVIX_EINVAL;
+    const bool by_itself = fault->place == TOVIX_FAULT_MOMENT;
+    if (by_itself && fault->kind != TOVIX_FAULT_UNPLUG && fault->kind != TOVIX_FAULT_REPLUG)
+        return TOVIX_EINVAL;
     return guarded([&] {
-        camera->port->access()->faults().plant({
+        const auto device = camera->port->access();
+        device->faults().plant({
             .place = static_cast<Place>(fault->place),
             .kind = static_cast<FaultKind>(fault->kind),
             .address = fault->address,
-            .skip = fault->skip,
-            .times = fault->times,
+            .skip = by_itself ? 0 : fault->skip,
+            .times = by_itself ? 1 : fault->times,
             .value = fault->value,
+            .from_us = device->now_us() + fault->delay_us,
         });
         return TOVIX_OK;
     });

@@ -24,11 +24,9 @@ Outcome outcome_of(simulator::Outcome outcome) {
         case simulator::Outcome::kDone:
         case simulator::Outcome::kOverrun:
             return Outcome::kDone;  // more bytes than fit tell the kernel that it is an overrun
-        case simulator::Outcome::kStall:
-            return Outcome::kStall;
+        case simulator::Outcome::kStall: return Outcome::kStall;
         case simulator::Outcome::kSilent:
-        case simulator::Outcome::kGone:
-            return Outcome::kNoAnswer;
+        case simulator::Outcome::kGone: return Outcome::kNoAnswer;
     }
     return Outcome::kError;
 }

@@ -86,18 +86,12 @@ long UsbfsNode::handle(Client& client) {
                 USBDEVFS_CAP_ZERO_PACKET | USBDEVFS_CAP_BULK_CONTINUATION | USBDEVFS_CAP_NO_PACKET_SIZE_LIM |
                 USBDEVFS_CAP_BULK_SCATTER_GATHER | USBDEVFS_CAP_REAP_AFTER_DISCONNECT;
             return 0;
-        case USBDEVFS_SUBMITURB:
-            return submit(client, argument);
-        case USBDEVFS_DISCARDURB:
-            return discard(client, *reinterpret_cast<unsigned long*>(argument.data));
-        case USBDEVFS_CLAIMINTERFACE:
-            return claim(client, number());
-        case USBDEVFS_RELEASEINTERFACE:
-            return release(client, number());
-        case USBDEVFS_CLEAR_HALT:
-            return clear_halt(client, number());
-        case USBDEVFS_SETCONFIGURATION:
-            return set_configuration(static_cast<int>(number()));
+        case USBDEVFS_SUBMITURB: return submit(client, argument);
+        case USBDEVFS_DISCARDURB: return discard(client, *reinterpret_cast<unsigned long*>(argument.data));
+        case USBDEVFS_CLAIMINTERFACE: return claim(client, number());
+        case USBDEVFS_RELEASEINTERFACE: return release(client, number());
+        case USBDEVFS_CLEAR_HALT: return clear_halt(client, number());
+        case USBDEVFS_SETCONFIGURATION: return set_configuration(static_cast<int>(number()));
         case USBDEVFS_SETINTERFACE: {
             const auto wanted =
                 get<usbdevfs_setinterface>(resolve(argument, 0, sizeof(usbdevfs_setinterface)));
@@ -107,9 +101,7 @@ long UsbfsNode::handle(Client& client) {
             return get_driver(get<usbdevfs_getdriver>(resolve(argument, 0, sizeof(usbdevfs_getdriver))));
         case USBDEVFS_IOCTL:
             return driver_request(get<usbdevfs_ioctl>(resolve(argument, 0, sizeof(usbdevfs_ioctl))));
-        default:
-            std::fprintf(stderr, "mocked kernel: no answer to request %#lx\n", request);
-            return -ENOTTY;
+        default: std::fprintf(stderr, "mocked kernel: no answer to request %#lx\n", request); return -ENOTTY;
     }
 }
 

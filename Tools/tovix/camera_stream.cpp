@@ -62,8 +62,7 @@ void CameraStream::watch(const std::stop_token& finished) {
 
 Failure CameraStream::failure(const std::string& done) const {
     switch (end_.load()) {
-        case End::kSignal:
-            return Failure("interrupted " + done);
+        case End::kSignal: return Failure("interrupted " + done);
         case End::kTooLong:
             return Failure(
                 text("no frame came within %g s, ", std::chrono::duration<double>(frame_limit_).count()) +

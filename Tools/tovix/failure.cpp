@@ -21,20 +21,13 @@ std::string text(const char* format, ...) {
 
 std::string result_text(std::int32_t result) {
     switch (result) {
-        case TOVIX_EFAIL:
-            return "the library refused it or the device failed";
-        case TOVIX_ESEARCH:
-            return "the search for devices failed";
-        case TOVIX_ENOMEM:
-            return "out of memory";
-        case TOVIX_EMODEL:
-            return "the model data is malformed";
-        case TOVIX_EINVAL:
-            return "the camera cannot do that";
-        case TOVIX_ENODATA:
-            return "the stream has ended";
-        default:
-            return text("status 0x%08X", static_cast<unsigned>(result));
+        case TOVIX_EFAIL: return "the library refused it or the device failed";
+        case TOVIX_ESEARCH: return "the search for devices failed";
+        case TOVIX_ENOMEM: return "out of memory";
+        case TOVIX_EMODEL: return "the model data is malformed";
+        case TOVIX_EINVAL: return "the camera cannot do that";
+        case TOVIX_ENODATA: return "the stream has ended";
+        default: return text("status 0x%08X", static_cast<unsigned>(result));
     }
 }
 

@@ -71,13 +71,14 @@ struct Camera {
     camera_id row{};
     _tovix* handle = new _tovix{};
 
-    explicit Camera(const std::vector<Entry>& entries, std::uint32_t extra_bytes = 0) {
-        const std::uint32_t bytes = static_cast<std::uint32_t>(entries.size() * sizeof(Entry)) + extra_bytes;
+    /// The last entry may be cut short by so many bytes.
+    explicit Camera(const std::vector<Entry>& entries, std::uint32_t cut_off = 0) {
+        const std::uint32_t bytes = static_cast<std::uint32_t>(entries.size() * sizeof(Entry)) - cut_off;
         const std::uint32_t head[2] = {1, bytes};
         data.resize(8 + bytes + 4);
         if (!entries.empty()) {
             std::memcpy(data.data(), head, 8);
-            std::memcpy(data.data() + 8, entries.data(), entries.size() * sizeof(Entry));
+            std::memcpy(data.data() + 8, entries.data(), bytes);
         }
         row.model_data = data.data(), row.model_data_size = static_cast<std::uint32_t>(data.size());
         handle->camera = &row;
@@ -100,11 +101,12 @@ std::string printed(const std::function<void()>& call) {
 TEST(VormCamera, IsMadeWithTheMatricesOfTheModel) {
     Entry bad = kSwap, negative = kSwap, third = kSwap;
     bad[0] = 16, negative[0] = -1, third[0] = 3;
-    Camera camera({kSwap, third}, 19);
+    Camera camera({kSwap, third, {4}}, 1);
     EXPECT_EQ(printed([&] { EXPECT_EQ(tz_usb_create_vorm(camera.handle), 0); }), "");
     EXPECT_EQ(camera.matrix(1), nullptr);
     EXPECT_EQ(camera.matrix(2)[0], 9);
     EXPECT_EQ(camera.matrix(3)[10], 1);
+    EXPECT_EQ(camera.matrix(4), nullptr) << "not a whole entry";
     CVorm* const made = camera.handle->vorm;
     EXPECT_EQ(tz_usb_create_vorm(camera.handle), 0);
     EXPECT_EQ(camera.handle->vorm, made);

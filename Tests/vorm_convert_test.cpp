@@ -24,12 +24,13 @@ using Params = tovix_conversion_params;
 constexpr unsigned kWidth = 6, kHeight = 4;  // 24-bit rows of 18 bytes, which padding makes 20
 constexpr std::size_t kGuard = 32;
 
+/// All odd, so that it matters whether a rule halves before it adds or after.
 template <class Value>
 std::vector<Value> noise(std::size_t count) {
     std::mt19937 random(3);
     std::vector<Value> values(count);
     for (Value& value : values)
-        value = static_cast<Value>(random());
+        value = static_cast<Value>(random() | 1);
     return values;
 }
 const Bytes kFrame = noise<unsigned char>(kWidth * kHeight * 2), kTable8 = noise<unsigned char>(256);

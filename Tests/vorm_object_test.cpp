@@ -176,6 +176,10 @@ TEST(VormObject, TableOfTheApplication) {
     EXPECT_EQ(vorm.SetGamma(1, 0) + vorm.SetContrast(1, 14) + vorm.SetBrightness(1, 16), -3 * 78);
 
     vorm.SetupLUT(data.data(), 256, 15);
+    unsigned char room[280] = {};
+    size = 280;
+    EXPECT_EQ(vorm.GetLUT(room, &size, 15), 0);
+    EXPECT_TRUE(size == 256 && room[0] == 255 && std::count(room + 256, room + 280, 0) == 24);
     EXPECT_EQ(curve_of(vorm), (CurveValues{100, 100, 0})) << "a bare table has no curve";
     EXPECT_EQ(vorm.SetBrightness(10, 15), 0);
     EXPECT_EQ(curve_of(vorm), (CurveValues{100, 100, 10}));

@@ -1,6 +1,7 @@
 /* SPDX-License-Identifier: Apache-2.0 */
 /**
- * The C interface of the Tovix SDK: find cameras, bring them up, control them, stream raw frames. C11 and C++.
+ * The C interface of the Tovix SDK: find cameras, bring them up, control them, stream raw frames, convert
+ * them to images. C11 and C++.
  *
  * Conventions
  *   - A call returns a signed 32-bit result: 0, a count or an index on success, a negative value on failure (the

@@ -17,15 +17,19 @@ template <class Sum, int kChannels, class Channel>
 void post_process(short const* matrix, Channel* pixel, unsigned long count) {
     static_assert(std::numeric_limits<Sum>::max() / kChannels / 32768 >= std::numeric_limits<Channel>::max());
     constexpr Sum kMax = Sum{std::numeric_limits<Channel>::max()} << kFractionBits;
-    Channel* const end = pixel + count * kChannels;
-    for (; pixel != end; pixel += kChannels) {
-        Sum sums[3] = {};
-        for (int row = 0; row < 3; ++row) {
+    Sum weights[3][kChannels];  // apart from the pixels, which as bytes might be the matrix for all the
+                                // compiler knows
+    for (int row = 0; row < 3; ++row)
+        std::copy_n(matrix + row * kWeightsPerRow, kChannels, weights[row]);
+    for (const Channel* const end = pixel + count * kChannels; pixel != end; pixel += kChannels) {
+        const auto output = [&](int row) {
+            Sum sum = 0;
             for (int channel = 0; channel < kChannels; ++channel)
-                sums[row] += Sum{matrix[row * kWeightsPerRow + channel]} * pixel[channel];
-        }
-        for (int row = 0; row < 3; ++row)
-            pixel[row] = static_cast<Channel>(std::clamp<Sum>(sums[row], 0, kMax) >> kFractionBits);
+                sum += weights[row][channel] * pixel[channel];
+            return static_cast<Channel>(std::clamp<Sum>(sum, 0, kMax) >> kFractionBits);
+        };
+        const Channel red = output(0), green = output(1), blue = output(2);
+        pixel[0] = red, pixel[1] = green, pixel[2] = blue;
     }
 }
 

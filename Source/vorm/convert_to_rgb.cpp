@@ -91,7 +91,7 @@ int CVorm::ConvertToRgb(unsigned char* dst, unsigned char const* src, unsigned i
     if (BuildMatrix(&frame_settings) != 1) return kCannotConvert;
 
     std::unique_ptr<unsigned short[]> table;  // for this conversion only
-    if (frame_format.sample_kind != 0 && frame_settings.lut_size != 0) {
+    if (frame_format.sample_kind != 0 && frame_settings.lut != nullptr && frame_settings.lut_size != 0) {
         const bool is_ours = frame_settings.lut16 == nullptr;
         const bool built = BuildLut16WhenNotRunning(&frame_settings, frame_format.sample_kind == 2) == 1;
         if (is_ours) table.reset(frame_settings.lut16);

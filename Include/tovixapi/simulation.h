@@ -2,11 +2,11 @@
 /**
  * Simulated cameras in this process (library libtovix-sim): develop and test an application without hardware.
  *
- * tovix_simulation_begin() puts a simulated bus in the place of the host's; cameras are then attached to it, found,
- * opened and streamed through the ordinary calls of tovixapi.h, which do not know the difference.
+ * tovix_simulation_begin() puts a simulated bus in the place of the host's; cameras are then attached to it,
+ * found, opened and streamed through the ordinary calls of tovixapi.h, which do not know the difference.
  *
- * Results are those of tovixapi.h. Threads: begin and end while no camera is open and no other thread uses the library;
- * every other call from any thread.
+ * Results are those of tovixapi.h. Threads: begin and end while no camera is open and no other thread uses
+ * the library; every other call from any thread.
  */
 #ifndef TOVIXAPI_SIMULATION_H
 #define TOVIXAPI_SIMULATION_H
@@ -22,8 +22,9 @@ extern "C" {
 /** How time passes on the simulated bus. */
 enum {
     TOVIX_SIMULATION_REAL_TIME = 0, /**< a second is a second */
-    TOVIX_SIMULATION_STEPPED = 1,   /**< time stands still but for tovix_simulation_step() and the library's pauses */
-    TOVIX_SIMULATION_FAST = 2       /**< whoever waits for the next frame gets it at once */
+    TOVIX_SIMULATION_STEPPED =
+        1, /**< time stands still but for tovix_simulation_step() and the library's pauses */
+    TOVIX_SIMULATION_FAST = 2 /**< whoever waits for the next frame gets it at once */
 };
 
 /** What a camera has when it is attached. */
@@ -38,16 +39,17 @@ typedef struct tovix_simulated_camera tovix_simulated_camera;
 
 /** How to make a camera. Zero everything but `size` for the defaults. */
 typedef struct tovix_simulated_options {
-    uint32_t size;           /**< bytes of this record, as the caller was compiled */
-    uint32_t state;          /**< TOVIX_SIMULATED_* */
-    const char* model;       /**< name from tovix_simulation_model_name(); null: the first */
-    const char* picture;     /**< PNG file that the camera looks at; null: the built-in test chart */
-    uint32_t serial_number;  /**< 0: 1001, 1002, ... in the order of attaching */
-    uint32_t mark_frames;    /**< 1: every frame carries a serial and checksums, see tovix_simulation_check_frame() */
-    uint32_t full_speed;     /**< 1: attached at USB full speed instead of high speed */
-    float light[3];          /**< colour of the light: red, green, blue; all 0: 1, 1, 1 */
-    float noise;             /**< read noise, standard deviation in 8-bit levels; 0: 1.0; negative: none */
-    float blur;              /**< lens blur, standard deviation in pixels */
+    uint32_t size;          /**< bytes of this record, as the caller was compiled */
+    uint32_t state;         /**< TOVIX_SIMULATED_* */
+    const char* model;      /**< name from tovix_simulation_model_name(); null: the first */
+    const char* picture;    /**< PNG file that the camera looks at; null: the built-in test chart */
+    uint32_t serial_number; /**< 0: 1001, 1002, ... in the order of attaching */
+    uint32_t
+        mark_frames; /**< 1: every frame carries a serial and checksums, see tovix_simulation_check_frame() */
+    uint32_t full_speed; /**< 1: attached at USB full speed instead of high speed */
+    float light[3];      /**< colour of the light: red, green, blue; all 0: 1, 1, 1 */
+    float noise;         /**< read noise, standard deviation in 8-bit levels; 0: 1.0; negative: none */
+    float blur;          /**< lens blur, standard deviation in pixels */
 } tovix_simulated_options;
 
 /** Where in a device a fault strikes. */
@@ -66,13 +68,13 @@ enum {
 /** What goes wrong. */
 enum {
     TOVIX_FAULT_STALL = 0,
-    TOVIX_FAULT_TIMEOUT = 1,  /**< no answer */
-    TOVIX_FAULT_SHORT = 2,    /**< half an answer */
-    TOVIX_FAULT_EMPTY = 3,    /**< an answer of no bytes */
-    TOVIX_FAULT_OVERRUN = 4,  /**< more than was asked for */
+    TOVIX_FAULT_TIMEOUT = 1, /**< no answer */
+    TOVIX_FAULT_SHORT = 2,   /**< half an answer */
+    TOVIX_FAULT_EMPTY = 3,   /**< an answer of no bytes */
+    TOVIX_FAULT_OVERRUN = 4, /**< more than was asked for */
     TOVIX_FAULT_UNPLUG = 5,
-    TOVIX_FAULT_REPLUG = 6,   /**< unplugged, and plugged in again 1.5 s later */
-    TOVIX_FAULT_HOSTILE = 7   /**< the answer is `value`, repeated */
+    TOVIX_FAULT_REPLUG = 6, /**< unplugged, and plugged in again 1.5 s later */
+    TOVIX_FAULT_HOSTILE = 7 /**< the answer is `value`, repeated */
 };
 
 /** A fault to plant. */
@@ -89,7 +91,8 @@ typedef struct tovix_simulated_fault {
 /** Name of model `index`, or null beyond the last. Valid until the next call on this thread. */
 TOVIX_API const char* tovix_simulation_model_name(uint32_t index);
 
-/** Put an empty simulated bus in the place of the host's. TOVIX_EINVAL when there is one, or for an unknown pace. */
+/** Put an empty simulated bus in the place of the host's. TOVIX_EINVAL when there is one, or for an unknown
+ * pace. */
 TOVIX_API int32_t tovix_simulation_begin(uint32_t pace);
 
 /** Remove the simulated bus with its cameras; the host's USB services are used again. */
@@ -98,16 +101,19 @@ TOVIX_API void tovix_simulation_end(void);
 /**
  * Attach a camera.
  * @param camera  receives the camera; may be null
- * @return 0; TOVIX_EINVAL, after a report, for no simulated bus, an unknown model or state, or a bad picture file
+ * @return 0; TOVIX_EINVAL, after a report, for no simulated bus, an unknown model or state, or a bad picture
+ * file
  */
-TOVIX_API int32_t tovix_simulation_attach(const tovix_simulated_options* options, tovix_simulated_camera** camera);
+TOVIX_API int32_t tovix_simulation_attach(const tovix_simulated_options* options,
+                                          tovix_simulated_camera** camera);
 
 /** Pull the camera out; it loses its firmware and FPGA image. And plug it in again, in its first state. */
 TOVIX_API int32_t tovix_simulation_unplug(tovix_simulated_camera* camera);
 TOVIX_API int32_t tovix_simulation_plug_in(tovix_simulated_camera* camera);
 
 /** Plant a fault; several may be planted. And remove all that are left. */
-TOVIX_API int32_t tovix_simulation_plant_fault(tovix_simulated_camera* camera, const tovix_simulated_fault* fault);
+TOVIX_API int32_t tovix_simulation_plant_fault(tovix_simulated_camera* camera,
+                                               const tovix_simulated_fault* fault);
 TOVIX_API int32_t tovix_simulation_clear_faults(tovix_simulated_camera* camera);
 
 /** Frames that the sensor has taken since the camera was attached, read or not. */
@@ -117,7 +123,8 @@ TOVIX_API uint32_t tovix_simulation_frames_produced(tovix_simulated_camera* came
 TOVIX_API int32_t tovix_simulation_step(uint64_t microseconds);
 
 /**
- * Whether a frame of a camera that marks its frames is whole: every row of one and the same frame, and unchanged.
+ * Whether a frame of a camera that marks its frames is whole: every row of one and the same frame, and
+ * unchanged.
  * @param frame      the frame: `height` rows of `row_bytes` bytes, unpadded
  * @param row_bytes  at least 16
  * @param serial     receives the frame's serial, which rises by one with every frame taken; may be null

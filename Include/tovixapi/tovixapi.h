@@ -4,14 +4,15 @@
  * them to images. C11 and C++.
  *
  * Conventions
- *   - A call returns a signed 32-bit result: 0, a count or an index on success, a negative value on failure (the
- *     TOVIX_E* values below, or a status of the host's USB services passed up unchanged). A call that fails leaves its
- *     outputs unwritten unless its comment says otherwise.
+ *   - A call returns a signed 32-bit result: 0, a count or an index on success, a negative value on failure
+ * (the TOVIX_E* values below, or a status of the host's USB services passed up unchanged). A call that fails
+ * leaves its outputs unwritten unless its comment says otherwise.
  *   - A null camera handle, or a null pointer where a result must go, is refused with TOVIX_EFAIL.
  *   - Failures, and many steps of start-up and open, are reported as one line on the standard error stream.
  *   - The application owns the handle from open to close, and every record and buffer that it passes in.
  *   - One handle is used by one thread at a time, except tovix_wait_for_capture_to_buffer() and
- *     tovix_release_buffer(), which any thread may call while the stream runs. Different cameras are independent.
+ *     tovix_release_buffer(), which any thread may call while the stream runs. Different cameras are
+ * independent.
  *   - No call may be made from within a callback of the library.
  */
 #ifndef TOVIXAPI_TOVIXAPI_H
@@ -25,22 +26,25 @@
 extern "C" {
 #endif
 
-/* ---- Results ------------------------------------------------------------------------------------------------- */
+/* ---- Results
+ * ------------------------------------------------------------------------------------------------- */
 
 /** Results of the interface. They are its own and do not follow the host's error numbers. */
 enum {
     TOVIX_OK = 0,
-    TOVIX_EFAIL = -1,     /**< missing argument, device not found, a platform call or a register transfer failed */
-    TOVIX_ESEARCH = -3,   /**< the search for devices failed */
-    TOVIX_ENOMEM = -12,   /**< out of memory */
-    TOVIX_EMODEL = -14,   /**< model data malformed or without the requested record */
-    TOVIX_EINVAL = -22,   /**< invalid argument, or not in this state */
-    TOVIX_ENOSLOT = -28,  /**< no free slot */
-    TOVIX_ENOTSUP = -78,  /**< not provided */
-    TOVIX_ENODATA = -96   /**< no frame can come: the stream is not running */
+    TOVIX_EFAIL =
+        -1, /**< missing argument, device not found, a platform call or a register transfer failed */
+    TOVIX_ESEARCH = -3,  /**< the search for devices failed */
+    TOVIX_ENOMEM = -12,  /**< out of memory */
+    TOVIX_EMODEL = -14,  /**< model data malformed or without the requested record */
+    TOVIX_EINVAL = -22,  /**< invalid argument, or not in this state */
+    TOVIX_ENOSLOT = -28, /**< no free slot */
+    TOVIX_ENOTSUP = -78, /**< not provided */
+    TOVIX_ENODATA = -96  /**< no frame can come: the stream is not running */
 };
 
-/* ---- Records ------------------------------------------------------------------------------------------------- */
+/* ---- Records
+ * ------------------------------------------------------------------------------------------------- */
 
 /** An open camera. Opaque; made by the open calls, freed by tovix_camera_close(). */
 typedef struct _tovix _tovix;
@@ -71,24 +75,24 @@ typedef struct _tovix_frame_format {
 /** Bits of tovix_image_format.flags: how the colour filter lies over the frame. */
 enum {
     TOVIX_IMAGE_MONO = 1,          /**< monochrome sensor */
-    TOVIX_IMAGE_SECOND_FAMILY = 2, /**< second family of colour codes (24 to 31); for a conversion: 16-bit samples have
-                                        their least significant byte first, not last */
+    TOVIX_IMAGE_SECOND_FAMILY = 2, /**< second family of colour codes (24 to 31). In a conversion: 16-bit
+                                      samples have their least significant byte first, not last */
     TOVIX_IMAGE_BLUE_ROW = 4,      /**< the first row holds blue and green */
     TOVIX_IMAGE_GREEN_FIRST = 8,   /**< the first pixel of the first row is green */
-    TOVIX_IMAGE_ROWS_REVERSED = 16 /**< for a conversion: reverse the order of rows once more; no camera sets it */
+    TOVIX_IMAGE_ROWS_REVERSED = 16 /**< in a conversion: reverse the order of rows once more */
 };
 
 /** Description of a captured frame. */
 typedef struct tovix_image_format {
-    uint32_t size;            /**< bytes of this record: 52 */
-    uint32_t width;           /**< pixels a row */
-    uint32_t height;          /**< rows */
-    uint32_t pixel_format;    /**< 0 one byte, 1 two bytes, 2 three bytes a pixel */
-    uint32_t image_size;      /**< bytes in one frame */
-    uint32_t flags;           /**< TOVIX_IMAGE_* bits */
+    uint32_t size;               /**< bytes of this record: 52 */
+    uint32_t width;              /**< pixels a row */
+    uint32_t height;             /**< rows */
+    uint32_t pixel_format;       /**< 0 one byte, 1 two bytes, 2 three bytes a pixel */
+    uint32_t image_size;         /**< bytes in one frame */
+    uint32_t flags;              /**< TOVIX_IMAGE_* bits */
     uint32_t unused_6_to_8[3];   /**< left as the caller passed them */
-    uint32_t reserved;           /**< 0; for a conversion, a low byte other than 0 says that the frame is interlaced:
-                                      the even rows of the picture stand first, then the odd ones */
+    uint32_t reserved;           /**< 0. In a conversion, a low byte other than 0: the frame is interlaced,
+                                      even rows of the picture first, then the odd ones */
     uint32_t unused_10_to_12[3]; /**< left as the caller passed them */
 } tovix_image_format;
 
@@ -97,24 +101,24 @@ enum {
     TOVIX_DEMOSAIC_NONE = 0,       /**< not at all: the raw mosaic as grey */
     TOVIX_DEMOSAIC_NEAREST = 1,    /**< copies of neighbours: the fastest */
     TOVIX_DEMOSAIC_EDGE = 2,       /**< averages, green along edges */
-    TOVIX_DEMOSAIC_ZURNO = 3,      /**< the finest; can be asked for in the parameters of a conversion only */
+    TOVIX_DEMOSAIC_ZURNO = 3,      /**< the finest; only in the parameters of a conversion */
     TOVIX_DEMOSAIC_QUELT = 8,      /**< smooth, nearly as fast as nearest */
-    TOVIX_DEMOSAIC_FOUR_COLOUR = 9 /**< four planes in 32-bit images of 8-bit frames; elsewhere as QUELT, but none for
-                                        48-bit images, nor for 24-bit images of interlaced 8-bit frames */
+    TOVIX_DEMOSAIC_FOUR_COLOUR = 9 /**< 32-bit images of 8-bit frames get four planes, other images QUELT;
+                                      none for 48-bit images and for 24-bit ones of interlaced 8-bit frames */
 };
 
-/** Colour-correction matrices. 1 to 13 are the model's own, a default one where it has none of that number. */
+/** Colour-correction matrices. 1 to 13 are the model's; a default one where it has none of that number. */
 enum {
-    TOVIX_MATRIX_NONE = 0,       /**< no matrix: hue, saturation, gain and white balance have no effect either */
-    TOVIX_MATRIX_MODEL = 1,      /**< the first of the model's own */
-    TOVIX_MATRIX_IDENTITY = 14,  /**< only hue, saturation, gain and white balance */
-    TOVIX_MATRIX_CUSTOM = 15,    /**< the application's own */
+    TOVIX_MATRIX_NONE = 0,        /**< no matrix, and so no hue, saturation, gain and white balance */
+    TOVIX_MATRIX_MODEL = 1,       /**< the first of the model's own */
+    TOVIX_MATRIX_IDENTITY = 14,   /**< only hue, saturation, gain and white balance */
+    TOVIX_MATRIX_CUSTOM = 15,     /**< the application's own */
     TOVIX_MATRIX_CUSTOM_ONLY = 16 /**< the same without hue, saturation, gain and white balance */
 };
 
 /**
- * Settings for one conversion. The short form ends after `correction_matrix` and leaves everything else to the camera's
- * settings; the full form overrides all of them but the look-up table. Numbers must be finite.
+ * Settings for one conversion. The short form ends after `correction_matrix` and leaves everything else to
+ * the settings of the camera; the full form overrides all of them but the look-up table. Numbers are finite.
  */
 typedef struct tovix_conversion_params {
     uint32_t size;              /**< bytes of this record: 12 (short form) or 44 (full form) */
@@ -125,18 +129,19 @@ typedef struct tovix_conversion_params {
     float hue;                  /**< rotation of the colours, degrees */
     float saturation;           /**< 1.0 is neutral; above 0.05 where colour_gains is not 0 */
     uint32_t colour_gains;      /**< what the next three are; not 0: gains of red, green and blue */
-    float gain_or_red;          /**< luminance gain, or gain of red; 1.0 is neutral */
-    float wb_u_or_green;        /**< white balance of the blue-yellow axis in hundredths (0 is neutral), or gain of green */
-    float wb_v_or_blue;         /**< the same of the red-cyan axis, or gain of blue */
+    float gain_or_red;          /**< gain of the luminance, or of red; 1.0 is neutral */
+    float wb_u_or_green;        /**< white balance, blue-yellow, hundredths (0: neutral); or gain of green */
+    float wb_v_or_blue;         /**< the same for red-cyan; or gain of blue */
 } tovix_conversion_params;
 
 /** One row of the camera table: a model that the library supports. */
 typedef struct camera_id {
-    uint16_t product_id;       /**< USB product ID */
-    uint16_t vendor_id;        /**< USB vendor ID */
-    uint16_t release;          /**< device release number that the row is for; 0xFFFF for any */
-    uint16_t subsampling;      /**< 1 when the model supports subsampling, else 0 */
-    const char* firmware_file; /**< file under the resource directory; "%X" stands for the device release number */
+    uint16_t product_id;  /**< USB product ID */
+    uint16_t vendor_id;   /**< USB vendor ID */
+    uint16_t release;     /**< device release number that the row is for; 0xFFFF for any */
+    uint16_t subsampling; /**< 1 when the model supports subsampling, else 0 */
+    const char*
+        firmware_file; /**< file under the resource directory; "%X" stands for the device release number */
     const char* fpga_file;     /**< same for the FPGA image; null when the model has no FPGA */
     const uint8_t* model_data; /**< tag/length/value records, ended by a zero tag */
     uint32_t model_data_size;  /**< bytes at model_data */
@@ -146,25 +151,28 @@ typedef struct camera_id {
 extern TOVIX_API const camera_id camera_ids[];
 extern TOVIX_API const int32_t camera_id_count;
 
-/** The resource directory in force; a string owned by the library, replaced by tovix_init(). Null before the first. */
+/** The resource directory in force; a string owned by the library, replaced by tovix_init(). Null before the
+ * first. */
 extern TOVIX_API const char* RESOURCE_FILE_ROOT;
 
-/* ---- Registers ----------------------------------------------------------------------------------------------- */
+/* ---- Registers
+ * ----------------------------------------------------------------------------------------------- */
 
-/** Addresses of camera registers, 32 bits each. A pair is one word of two 16-bit values, the first in the low half. */
+/** Addresses of camera registers, 32 bits each. A pair is one word of two 16-bit values, the first in the low
+ * half. */
 enum {
-    TOVIX_FPGA_CONTROL = 0x0008,     /**< bit 5 reads 1 once the FPGA is configured */
-    TOVIX_FIRMWARE_VERSION = 0x000C, /**< firmware version */
-    TOVIX_VIDEO_SWITCH = 0x0214,     /**< write 0x80: video on; 0: off */
-    TOVIX_TEMPERATURE = 0x0690,      /**< temperature block: flags, value, minimum, maximum */
-    TOVIX_FAN = 0x0730,              /**< bit 31 present, bit 15 on */
-    TOVIX_FO_MAX_SIZE = 0x1000,      /**< pair: largest width, height */
-    TOVIX_FO_UNIT_SIZE = 0x1004,     /**< pair: granularity of sizes */
-    TOVIX_FO_POSITION = 0x1008,      /**< pair: frame offset */
-    TOVIX_FO_SIZE = 0x100C,          /**< pair: width, height of the sensor area */
-    TOVIX_FO_COLOR_ID = 0x1010,      /**< colour-filter code that the host assumes */
-    TOVIX_FO_COLOR_INQ = 0x1014,     /**< the sensor's colour code */
-    TOVIX_FO_SUBSAMPLING = 0x1018,   /**< pair: subsampling factors */
+    TOVIX_FPGA_CONTROL = 0x0008,       /**< bit 5 reads 1 once the FPGA is configured */
+    TOVIX_FIRMWARE_VERSION = 0x000C,   /**< firmware version */
+    TOVIX_VIDEO_SWITCH = 0x0214,       /**< write 0x80: video on; 0: off */
+    TOVIX_TEMPERATURE = 0x0690,        /**< temperature block: flags, value, minimum, maximum */
+    TOVIX_FAN = 0x0730,                /**< bit 31 present, bit 15 on */
+    TOVIX_FO_MAX_SIZE = 0x1000,        /**< pair: largest width, height */
+    TOVIX_FO_UNIT_SIZE = 0x1004,       /**< pair: granularity of sizes */
+    TOVIX_FO_POSITION = 0x1008,        /**< pair: frame offset */
+    TOVIX_FO_SIZE = 0x100C,            /**< pair: width, height of the sensor area */
+    TOVIX_FO_COLOR_ID = 0x1010,        /**< colour-filter code that the host assumes */
+    TOVIX_FO_COLOR_INQ = 0x1014,       /**< the sensor's colour code */
+    TOVIX_FO_SUBSAMPLING = 0x1018,     /**< pair: subsampling factors */
     TOVIX_FO_SUBSAMPLING_INQ = 0x101C, /**< low byte: largest subsampling factor */
     TOVIX_FO_KPS_MINMAX_INQ = 0x1040,  /**< pair: smallest, largest data rate */
     TOVIX_FO_KPS = 0x1048,             /**< current data rate */
@@ -183,13 +191,15 @@ enum {
     TOVIX_PROPERTY_MAXVAL = 12
 };
 
-/* ---- Start-up, enumeration, open and close -------------------------------------------------------------------- */
+/* ---- Start-up, enumeration, open and close
+ * -------------------------------------------------------------------- */
 
 /**
  * Bring every attached camera into a usable state: firmware for the bare ones, then FPGA images.
  *
- * Called once, from one thread, before anything else. Blocks for the downloads, and 2.5 s when firmware was sent. A
- * camera whose download fails is reported and left out. A second call only changes the resource directory.
+ * Called once, from one thread, before anything else. Blocks for the downloads, and 2.5 s when firmware was
+ * sent. A camera whose download fails is reported and left out. A second call only changes the resource
+ * directory.
  *
  * @param resource_dir  directory with one subdirectory a model; copied. Null chooses the built-in default.
  * @return 0; TOVIX_EFAIL when the registry of devices cannot be reached; TOVIX_ESEARCH when a search failed.
@@ -197,11 +207,13 @@ enum {
 TOVIX_API int32_t tovix_init(const char* resource_dir);
 
 /**
- * List the attached cameras. Opens each of them for a moment, so one that another program holds is not counted.
+ * List the attached cameras. Opens each of them for a moment, so one that another program holds is not
+ * counted.
  *
  * @param records  receives up to *count records; may be null when *count is 0
  * @param count    in: room in `records`; out, on success: cameras found, which may be more
- * @return the number of cameras found; TOVIX_EFAIL or TOVIX_ESEARCH, and *count unchanged, when the search failed.
+ * @return the number of cameras found; TOVIX_EFAIL or TOVIX_ESEARCH, and *count unchanged, when the search
+ * failed.
  */
 TOVIX_API int32_t tovix_enum_cameras(tovix_version* records, uint32_t* count);
 
@@ -209,8 +221,8 @@ TOVIX_API int32_t tovix_enum_cameras(tovix_version* records, uint32_t* count);
  * Open the first attached camera of wanted->product_id and, unless it is 0, wanted->serial_number.
  *
  * @param camera  receives the handle, or null when no attached camera matched
- * @return 0, also when none matched; TOVIX_EFAIL for a null `wanted`, a product ID that is not in the camera table, or
- *         a registry that cannot be reached; TOVIX_ESEARCH when the search failed.
+ * @return 0, also when none matched; TOVIX_EFAIL for a null `wanted`, a product ID that is not in the camera
+ * table, or a registry that cannot be reached; TOVIX_ESEARCH when the search failed.
  */
 TOVIX_API int32_t tovix_camera_open(_tovix** camera, const tovix_version* wanted);
 
@@ -221,8 +233,8 @@ TOVIX_API int32_t tovix_camera_open_by_pid(_tovix** camera, int product_id);
 TOVIX_API int32_t tovix_camera_open_any(_tovix** camera);
 
 /**
- * Close a camera, free everything it owns, and set *camera to null. A stream that still runs is stopped first.
- * Works also when the camera has been unplugged. A null handle is accepted.
+ * Close a camera, free everything it owns, and set *camera to null. A stream that still runs is stopped
+ * first. Works also when the camera has been unplugged. A null handle is accepted.
  * @return 0
  */
 TOVIX_API int32_t tovix_camera_close(_tovix** camera);
@@ -237,16 +249,17 @@ TOVIX_API int32_t tovix_get_version(_tovix* camera, tovix_version* out);
  */
 TOVIX_API int32_t tovix_get_model_name(_tovix* camera, char* name, int size);
 
-/* ---- Frame format and data rates ------------------------------------------------------------------------------ */
+/* ---- Frame format and data rates
+ * ------------------------------------------------------------------------------ */
 
 /**
- * Choose the area of the sensor and the subsampling, then reload the list of data rates, which also resets the current
- * rate to the model's default. Not while a stream is enabled: the ring keeps the old frame size.
+ * Choose the area of the sensor and the subsampling, then reload the list of data rates, which also resets
+ * the current rate to the model's default. Not while a stream is enabled: the ring keeps the old frame size.
  *
  * The camera itself decides what it makes of a size or a position beyond the sensor.
  *
- * @return 0; TOVIX_EINVAL for a width, height or factor of 0, or a factor above 1 on a model without subsampling (then
- *         nothing was sent); another negative value when a register transfer failed.
+ * @return 0; TOVIX_EINVAL for a width, height or factor of 0, or a factor above 1 on a model without
+ * subsampling (then nothing was sent); another negative value when a register transfer failed.
  */
 TOVIX_API int32_t tovix_set_video_format(_tovix* camera, const _tovix_frame_format* format);
 
@@ -278,33 +291,35 @@ TOVIX_API int32_t tovix_set_data_rate(_tovix* camera, uint32_t rate);
 /** Read the current data rate from the camera. */
 TOVIX_API int32_t tovix_get_data_rate(_tovix* camera, uint32_t* rate);
 
-/* ---- Streaming ------------------------------------------------------------------------------------------------ */
+/* ---- Streaming
+ * ------------------------------------------------------------------------------------------------ */
 
 /**
  * Allocate the ring of three frame buffers, each of width x height bytes of the format in force.
- * @return 0; TOVIX_EFAIL while a stream is running or enabled; TOVIX_EINVAL for a frame of 0 or more than 2^31 - 1
- *         bytes; TOVIX_ENOMEM; a negated error number when a lock cannot be set up. Nothing is kept after a failure.
+ * @return 0; TOVIX_EFAIL while a stream is running or enabled; TOVIX_EINVAL for a frame of 0 or more than
+ * 2^31 - 1 bytes; TOVIX_ENOMEM; a negated error number when a lock cannot be set up. Nothing is kept after a
+ * failure.
  */
 TOVIX_API int32_t tovix_enable_streaming(_tovix* camera);
 
 /**
  * Start the acquisition thread. When it returns 0 the camera's video is on and the first frame is being read.
- * @return 0; TOVIX_EINVAL when the stream is running or not enabled; TOVIX_EFAIL when the camera could not be switched
- *         on, after which a new start may follow; a negated error number when no thread could be made.
+ * @return 0; TOVIX_EINVAL when the stream is running or not enabled; TOVIX_EFAIL when the camera could not be
+ * switched on, after which a new start may follow; a negated error number when no thread could be made.
  */
 TOVIX_API int32_t tovix_start_streaming(_tovix* camera);
 
 /**
  * Wait for a frame newer than the last one handed out, and hold its buffer.
  *
- * Blocks, without a time limit, until such a frame is complete or the stream ends; returns at once when one is there
- * already. Frames that arrived meanwhile are skipped: the result is always the newest.
+ * Blocks, without a time limit, until such a frame is complete or the stream ends; returns at once when one
+ * is there already. Frames that arrived meanwhile are skipped: the result is always the newest.
  *
- * @return 0 to 2: index of the buffer. Its tovix_get_video_frame_size() bytes (rows top to bottom, unpadded) stay
- *         unchanged until tovix_release_buffer() for that index; the library keeps ownership.
- *         TOVIX_ENODATA: the stream is not running, or ended during the wait (it was stopped, or the camera is gone).
- *         TOVIX_EINVAL: the newest frame is already being overwritten, because the other two buffers are held.
- *         Nothing is held after a negative result.
+ * @return 0 to 2: index of the buffer. Its tovix_get_video_frame_size() bytes (rows top to bottom, unpadded)
+ * stay unchanged until tovix_release_buffer() for that index; the library keeps ownership. TOVIX_ENODATA: the
+ * stream is not running, or ended during the wait (it was stopped, or the camera is gone). TOVIX_EINVAL: the
+ * newest frame is already being overwritten, because the other two buffers are held. Nothing is held after a
+ * negative result.
  *
  * Threads: any, also several at once; each frame goes to one of them.
  */
@@ -317,8 +332,9 @@ TOVIX_API int32_t tovix_wait_for_capture_to_buffer(_tovix* camera);
 TOVIX_API int32_t tovix_release_buffer(_tovix* camera, int32_t index);
 
 /**
- * Stop the stream: waits for the read under way (at most 10 s without data), switches the video off and joins the
- * acquisition thread. The ring and its holds stay, and a new start may follow. Not from within the acquisition thread.
+ * Stop the stream: waits for the read under way (at most 10 s without data), switches the video off and joins
+ * the acquisition thread. The ring and its holds stay, and a new start may follow. Not from within the
+ * acquisition thread.
  * @return 0, also for a stream that ended because the camera is gone; TOVIX_EFAIL when no stream is running.
  */
 TOVIX_API int32_t tovix_stop_streaming(_tovix* camera);
@@ -339,7 +355,7 @@ TOVIX_API uint8_t* tovix_get_buffer_address(_tovix* camera, int32_t index);
 TOVIX_API int32_t tovix_get_buffer_status(_tovix* camera, int32_t index);
 TOVIX_API int32_t tovix_get_buffer_acquired_size(_tovix* camera, int32_t index);
 
-/* ---- Conversion ------------------------------------------------------------------------------------------------ */
+/* ---- Conversion -------------------------------------------------------------------------------------- */
 
 /**
  * Convert a frame to a 24-bit image with the camera's conversion object, which the first call makes (see
@@ -347,67 +363,76 @@ TOVIX_API int32_t tovix_get_buffer_acquired_size(_tovix* camera, int32_t index);
  *
  * Only while the stream runs and is not being stopped. Blocks for the conversion; no bus traffic.
  *
- * @param dst           receives `height` rows of `width` pixels of 3 bytes: red, green, blue. Unpadded, except that rows
- *                      of monochrome frames, and of others with TOVIX_DEMOSAIC_NONE, are padded to a multiple of 4 bytes
- *                      unless the frame is interlaced. Padding is not written.
+ * @param dst           receives `height` rows of `width` pixels of 3 bytes: red, green, blue. Unpadded, but
+ *                      rows of frames that are not interlaced are padded to a multiple of 4 bytes where the
+ *                      image is grey: monochrome frames, and others with TOVIX_DEMOSAIC_NONE. Padding is not
+ *                      written.
  * @param src           the frame, unpadded
- * @param image_format  the frame's description, as tovix_get_image_format() gives it: an even width and height,
- *                      pixel_format 0 or 1. Null stands for a frame of 0 x 0 pixels.
+ * @param image_format  the frame's description, as tovix_get_image_format() gives it: an even width and
+ *                      height, pixel_format 0 or 1. Null stands for a frame of 0 x 0 pixels.
  * @param params        settings for this conversion, or null
- * @return 0; TOVIX_EINVAL when the stream does not run, and for a record of the wrong size; TOVIX_EMODEL when the frame
- *         cannot be converted in this way, and from the first call for a model without matrices; TOVIX_ENOMEM when the
- *         conversion object cannot be made. After a failure `dst` is as it was.
+ * @return 0; TOVIX_EINVAL when the stream does not run, and for a record of the wrong size; TOVIX_EMODEL when
+ *         the frame cannot be converted in this way, and from the first call for a model without matrices;
+ *         TOVIX_ENOMEM when the conversion object cannot be made. After a failure `dst` is as it was.
  */
 TOVIX_API int32_t tovix_convert_frame_to_rgb(_tovix* camera, uint8_t* dst, const uint8_t* src,
                                              const tovix_image_format* image_format,
                                              const tovix_conversion_params* params);
 
 /**
- * Make the camera's conversion object, with the matrices of its model, unless it has one. Closing the camera frees it.
- * @return 0, also when there is one already; TOVIX_ENOMEM; TOVIX_EMODEL or TOVIX_EINVAL when the model has no matrices:
- *         the camera then has an object that uses the default one.
+ * Make the camera's conversion object, with the matrices of its model, unless it has one. Closing the camera
+ * frees it.
+ * @return 0, also when there is one already; TOVIX_ENOMEM; TOVIX_EMODEL or TOVIX_EINVAL when the model has no
+ *         matrices: the camera then has an object that uses the default one.
  */
 TOVIX_API int32_t tz_usb_create_vorm(_tovix* camera);
 
-/* ---- Transport and registers ---------------------------------------------------------------------------------- */
+/* ---- Transport and registers
+ * ---------------------------------------------------------------------------------- */
 
 /**
  * One vendor control request on the camera's default pipe; blocks for at most 5 s without data.
  * @param length  bytes at `data`, 1 to 65535
- * @return 0; TOVIX_EFAIL for missing or oversized arguments and, for the read, when fewer bytes arrived; else the
- *         platform's status. Nothing is retried.
+ * @return 0; TOVIX_EFAIL for missing or oversized arguments and, for the read, when fewer bytes arrived; else
+ * the platform's status. Nothing is retried.
  */
 TOVIX_API int32_t tz_usb_control_write(_tovix* camera, const void* data, uint32_t length, uint8_t request,
                                        uint16_t value, uint16_t index);
-TOVIX_API int32_t tz_usb_control_read(_tovix* camera, void* data, uint32_t length, uint8_t request, uint16_t value,
-                                      uint16_t index);
+TOVIX_API int32_t tz_usb_control_read(_tovix* camera, void* data, uint32_t length, uint8_t request,
+                                      uint16_t value, uint16_t index);
 
-/** One bulk write. @return `length`, whether or not it succeeded; TOVIX_EFAIL for missing arguments or a halted pipe. */
+/** One bulk write. @return `length`, whether or not it succeeded; TOVIX_EFAIL for missing arguments or a
+ * halted pipe. */
 TOVIX_API int32_t tz_usb_bulk_write(_tovix* camera, uint8_t pipe, const void* data, uint32_t length);
 
 /** One bulk read. @return bytes that arrived; TOVIX_EFAIL for missing arguments or a halted pipe. */
 TOVIX_API int32_t tz_usb_bulk_read(_tovix* camera, uint8_t pipe, void* data, uint32_t length);
 
 /** Raw access from a register address on; the bytes are not interpreted. @return as the control transfer */
-TOVIX_API int32_t tz_usb_write_tovix_bytes(_tovix* camera, uint32_t address, const void* data, uint32_t length);
+TOVIX_API int32_t tz_usb_write_tovix_bytes(_tovix* camera, uint32_t address, const void* data,
+                                           uint32_t length);
 TOVIX_API int32_t tz_usb_read_tovix_bytes(_tovix* camera, uint32_t address, void* data, uint32_t length);
 
 /** `count` registers from `address` on, in one transfer. @return 0 or TOVIX_EFAIL */
 TOVIX_API int32_t tz_usb_read_tovix_array(_tovix* camera, uint32_t address, uint32_t* values, int count);
-TOVIX_API int32_t tz_usb_write_tovix_array(_tovix* camera, uint32_t address, const uint32_t* values, int count);
+TOVIX_API int32_t tz_usb_write_tovix_array(_tovix* camera, uint32_t address, const uint32_t* values,
+                                           int count);
 
 /** One register. @return 0 or TOVIX_EFAIL */
 TOVIX_API int32_t tz_usb_read_tovix_u32(_tovix* camera, uint32_t address, uint32_t* value);
 TOVIX_API int32_t tz_usb_write_tovix_u32(_tovix* camera, uint32_t address, uint32_t value);
 
 /** One register that holds a pair. @return 0 or TOVIX_EFAIL */
-TOVIX_API int32_t tz_usb_read_tovix_two_u16(_tovix* camera, uint32_t address, uint16_t* first, uint16_t* second);
-TOVIX_API int32_t tz_usb_write_tovix_two_u16(_tovix* camera, uint32_t address, uint16_t first, uint16_t second);
+TOVIX_API int32_t tz_usb_read_tovix_two_u16(_tovix* camera, uint32_t address, uint16_t* first,
+                                            uint16_t* second);
+TOVIX_API int32_t tz_usb_write_tovix_two_u16(_tovix* camera, uint32_t address, uint16_t first,
+                                             uint16_t second);
 
 /** Reload the list of data rates from the camera and set the model's default rate. */
 TOVIX_API int32_t tz_usb_reload_kps(_tovix* camera);
 
-/** The first row of the camera table for a product ID (bit 15 is ignored) and release (0xFFFF: any), or null. */
+/** The first row of the camera table for a product ID (bit 15 is ignored) and release (0xFFFF: any), or null.
+ */
 TOVIX_API const camera_id* tz_camera_find(uint16_t product_id, uint16_t release);
 
 #ifdef __cplusplus

@@ -128,7 +128,8 @@ class Backend {
     /// they wait for.
     virtual void wait_until(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
                             std::int64_t deadline_us) {
-        condition.wait_until(lock, std::chrono::steady_clock::time_point{std::chrono::microseconds{deadline_us}});
+        condition.wait_until(lock,
+                             std::chrono::steady_clock::time_point{std::chrono::microseconds{deadline_us}});
     }
 
     /// Asked before every operation: a status other than 0 makes the operation fail with it, undone.

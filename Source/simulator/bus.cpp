@@ -62,9 +62,11 @@ void Bus::step(std::int64_t microseconds) {
     const std::int64_t end_us = clock_.now_us() + microseconds;
     for (;;) {
         std::int64_t next_us = end_us;
-        for (const auto& port : ports()) next_us = std::min(next_us, port->access()->next_event_us());
+        for (const auto& port : ports())
+            next_us = std::min(next_us, port->access()->next_event_us());
         clock_.jump(next_us - clock_.now_us());
-        for (const auto& port : ports()) port->access();  // tells the device its time
+        for (const auto& port : ports())
+            port->access();  // tells the device its time
         if (next_us == end_us) return;
     }
 }

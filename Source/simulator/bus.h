@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The bus in this process: simulated devices behind the platform seam.
 //
-// Each device sits in a port with a lock of its own. In real time, and as fast as it goes, a thread of the port gives
-// the device its time; in stepped time whoever steps or sleeps does.
+// Each device sits in a port with a lock of its own. In real time, and as fast as it goes, a thread of the
+// port gives the device its time; in stepped time whoever steps or sleeps does.
 #pragma once
 
 #include <array>
@@ -28,7 +28,8 @@ class Port {
     Port(const Port&) = delete;
     Port& operator=(const Port&) = delete;
 
-    /// The device with its lock held and its time told. Whoever waits for it looks again when the access ends.
+    /// The device with its lock held and its time told. Whoever waits for it looks again when the access
+    /// ends.
     class Access {
       public:
         explicit Access(Port& port);
@@ -51,11 +52,11 @@ class Port {
     Clock& clock_;
     std::mutex mutex_;
     std::condition_variable changed_;
-    Device device_;                                // guarded by mutex_
-    const void* holder_ = nullptr;                 // guarded by mutex_: who has the device open
-    std::uint32_t held_generation_ = 0;            // guarded by mutex_
+    Device device_;                                 // guarded by mutex_
+    const void* holder_ = nullptr;                  // guarded by mutex_: who has the device open
+    std::uint32_t held_generation_ = 0;             // guarded by mutex_
     std::list<std::unique_ptr<HostRead>> pending_;  // guarded by mutex_: asynchronous reads
-    bool quit_ = false;                            // guarded by mutex_
+    bool quit_ = false;                             // guarded by mutex_
     std::thread thread_;
 };
 
@@ -92,9 +93,9 @@ class Bus final : public platform::Backend {
 
     Clock clock_;
     mutable std::mutex mutex_;
-    std::vector<std::shared_ptr<Port>> ports_;   // guarded by mutex_
-    std::vector<OperationFault> faults_;         // guarded by mutex_
-    std::uint64_t operations_ = 0;               // guarded by mutex_
+    std::vector<std::shared_ptr<Port>> ports_;  // guarded by mutex_
+    std::vector<OperationFault> faults_;        // guarded by mutex_
+    std::uint64_t operations_ = 0;              // guarded by mutex_
 };
 
 }  // namespace tovix::simulator

@@ -10,8 +10,8 @@
 namespace tovix::simulator {
 
 enum class Pace : std::uint8_t {
-    kRealTime,    // a second is a second
-    kStepped,     // time stands still until somebody steps it or sleeps
+    kRealTime,       // a second is a second
+    kStepped,        // time stands still until somebody steps it or sleeps
     kAsFastAsItGoes  // whoever waits for the next frame jumps to it; else time passes as usual
 };
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include "frame_mark.h"
 #include "scene.h"
@@ -30,8 +31,9 @@ constexpr std::uint8_t kVendorSpecific = 0xFF;
 constexpr std::uint8_t kOnlyConfiguration = 1;
 constexpr std::uint8_t kSettings = 3;  // alternate settings of the one interface
 
-constexpr std::uint16_t kBareVendor = 0x04B4, kBareProduct = 0x8613;  // an FX2 that knows nothing of its maker
-constexpr std::uint16_t kBareBit = 0x8000;                            // in the product ID of one that does
+constexpr std::uint16_t kBareVendor = 0x04B4,
+                        kBareProduct = 0x8613;  // an FX2 that knows nothing of its maker
+constexpr std::uint16_t kBareBit = 0x8000;      // in the product ID of one that does
 
 constexpr std::size_t kHeadBytes = 16;
 
@@ -58,7 +60,8 @@ std::string Transfer::text() const {
         line += part;
     }
     if (kind == Kind::kControl || kind == Kind::kBulkOut || kind == Kind::kBulkIn) {
-        std::snprintf(part, sizeof part, " %s %u:", kOutcomes[static_cast<int>(answer.outcome)], answer.length);
+        std::snprintf(part, sizeof part, " %s %u:", kOutcomes[static_cast<int>(answer.outcome)],
+                      answer.length);
         line += part;
         for (const std::uint8_t byte : head) {
             std::snprintf(part, sizeof part, " %02X", byte);
@@ -80,10 +83,12 @@ Device::~Device() = default;
 
 std::vector<std::uint8_t> Device::device_descriptor() const {
     const camera_id& row = *options_.camera.model.row;
-    std::vector<std::uint8_t> bytes{18, kDeviceDescriptor, 0x00, 0x02, 0, 0, 0, 64, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
+    std::vector<std::uint8_t> bytes{18, kDeviceDescriptor, 0x00, 0x02, 0, 0, 0, 64, 0, 0, 0, 0, 0, 0, 0, 0, 0,
+                                    1};
     std::uint16_t product = row.product_id;
     if (fx2_) {
-        product = row.vendor_id == kBareVendor ? kBareProduct : static_cast<std::uint16_t>(product | kBareBit);
+        product =
+            row.vendor_id == kBareVendor ? kBareProduct : static_cast<std::uint16_t>(product | kBareBit);
         std::fill_n(&bytes[4], 3, kVendorSpecific);  // class, subclass, protocol
     } else {
         bytes[4] = kVendorSpecific;
@@ -122,7 +127,8 @@ std::vector<std::uint8_t> Device::configuration_descriptor() const {
     return bytes;
 }
 
-Answer Device::answer_bytes(const Setup& setup, std::uint8_t* data, std::span<const std::uint8_t> bytes) const {
+Answer Device::answer_bytes(const Setup& setup, std::uint8_t* data,
+                            std::span<const std::uint8_t> bytes) const {
     const auto length = static_cast<std::uint32_t>(std::min<std::size_t>(bytes.size(), setup.length));
     if (length != 0) std::memcpy(data, bytes.data(), length);
     return {Outcome::kDone, length};
@@ -131,13 +137,19 @@ Answer Device::answer_bytes(const Setup& setup, std::uint8_t* data, std::span<co
 Answer Device::get_descriptor(const Setup& setup, std::uint8_t* data) {
     const int type = setup.value >> 8, index = setup.value & 0xFF;
     if (type == kDeviceDescriptor) return answer_bytes(setup, data, device_descriptor());
-    if (type == kConfigurationDescriptor && index == 0) return answer_bytes(setup, data, configuration_descriptor());
+    if (type == kConfigurationDescriptor && index == 0)
+        return answer_bytes(setup, data, configuration_descriptor());
     if (type == kStringDescriptor && !fx2_) {
         const CameraSetup& camera = options_.camera;
-        if (index == 0) return answer_bytes(setup, data, std::vector<std::uint8_t>{4, kStringDescriptor, 0x09, 0x04});
-        if (index == kProductString) return answer_bytes(setup, data, string_descriptor(camera.model.name));
+        if (index == 0)
+            return answer_bytes(setup, data, std::vector<std::uint8_t>{4, kStringDescriptor, 0x09, 0x04});
+        if (index == kProductString)
+            return answer_bytes(setup, data,
+                                string_descriptor(camera.product_text.value_or(camera.model.name)));
         if (index == kSerialString)
-            return answer_bytes(setup, data, string_descriptor(std::to_string(camera.serial_number)));
+            return answer_bytes(
+                setup, data,
+                string_descriptor(camera.serial_text.value_or(std::to_string(camera.serial_number))));
     }
     return {Outcome::kStall};
 }
@@ -147,7 +159,8 @@ Answer Device::get_descriptor(const Setup& setup, std::uint8_t* data) {
 
 Answer Device::standard_request(const Setup& setup, std::uint8_t* data) {
     switch (setup.request) {
-        case kGetDescriptor: return get_descriptor(setup, data);
+        case kGetDescriptor:
+            return get_descriptor(setup, data);
         case kSetConfiguration:
             if (setup.value > kOnlyConfiguration) return {Outcome::kStall};
             configuration_ = static_cast<std::uint8_t>(setup.value);
@@ -164,7 +177,8 @@ Answer Device::standard_request(const Setup& setup, std::uint8_t* data) {
             if (setup.index == kOutEndpoint) out_halted_ = false;
             if (setup.index == kInEndpoint) in_halted_ = false;
             return {Outcome::kDone};
-        default: return {Outcome::kStall};
+        default:
+            return {Outcome::kStall};
     }
 }
 
@@ -188,7 +202,8 @@ Answer Device::access_registers(const Setup& setup, std::uint8_t* data) {
 }
 
 Answer Device::vendor_request(const Setup& setup, std::uint8_t* data) {
-    if (!fx2_) return setup.request == kRegisterRequest ? access_registers(setup, data) : Answer{Outcome::kStall};
+    if (!fx2_)
+        return setup.request == kRegisterRequest ? access_registers(setup, data) : Answer{Outcome::kStall};
     if (setup.request != kMemoryRequest || setup.to_host()) return {Outcome::kStall};
     if (fx2_->write(setup.value, {data, setup.length})) {
         const camera_id& row = *options_.camera.model.row;
@@ -216,10 +231,14 @@ std::pair<Place, std::uint32_t> place_of(const Setup& setup) {
         return {setup.to_host() ? Place::kRegisterRead : Place::kRegisterWrite, setup.index};
     }
     switch (setup.request) {
-        case kSetConfiguration: return {Place::kSetConfiguration, setup.value};
-        case kSetInterface: return {Place::kSetAlternate, setup.value};
-        case kClearFeature: return {Place::kClearHalt, setup.index};
-        default: return {Place::kDescriptor, setup.value};
+        case kSetConfiguration:
+            return {Place::kSetConfiguration, setup.value};
+        case kSetInterface:
+            return {Place::kSetAlternate, setup.value};
+        case kClearFeature:
+            return {Place::kClearHalt, setup.index};
+        default:
+            return {Place::kDescriptor, setup.value};
     }
 }
 
@@ -227,12 +246,19 @@ std::pair<Place, std::uint32_t> place_of(const Setup& setup) {
 
 Answer Device::apply(const Fault& fault, Answer answer, const Setup& setup, std::uint8_t* data) {
     switch (fault.kind) {
-        case FaultKind::kStall: return {Outcome::kStall};
-        case FaultKind::kTimeout: return {Outcome::kSilent};
-        case FaultKind::kShortAnswer: return {answer.outcome, answer.length / 2};
-        case FaultKind::kEmptyAnswer: return {answer.outcome, 0};
-        case FaultKind::kOverrun: return {Outcome::kOverrun, answer.length};
-        case FaultKind::kUnplug: unplug(); return {Outcome::kGone};
+        case FaultKind::kStall:
+            return {Outcome::kStall};
+        case FaultKind::kTimeout:
+            return {Outcome::kSilent};
+        case FaultKind::kShortAnswer:
+            return {answer.outcome, answer.length / 2};
+        case FaultKind::kEmptyAnswer:
+            return {answer.outcome, 0};
+        case FaultKind::kOverrun:
+            return {Outcome::kOverrun, answer.length};
+        case FaultKind::kUnplug:
+            unplug();
+            return {Outcome::kGone};
         case FaultKind::kReplug:
             unplug();
             return_us_ = now_us_ + options_.reenumeration_us;
@@ -318,6 +344,7 @@ void Device::deliver() {
                 frame_sent_ = frame_.size() - answer.length;  // the rest is lost
         }
         in_halted_ = answer.outcome == Outcome::kStall;
+        if (in_halted_) frame_sent_ = frame_.size();  // what a halted endpoint holds is lost
         if (answer.length != 0) std::memcpy(read.data, frame_.data() + frame_sent_, answer.length);
         frame_sent_ += answer.length;
         if (frame_sent_ >= frame_.size()) {
@@ -350,8 +377,13 @@ bool Device::video_runs() const {
 
 void Device::start_or_stop_video() {
     if (video_runs()) {
-        if (frame_end_us_ == kNever) frame_end_us_ = now_us_ + registers_->frame_period_us();
+        if (frame_end_us_ != kNever || video_starts_) return;
+        // Drawing the first frame takes a while. It is drawn before the first frame's time begins to run.
+        sensor_.render(registers_->sensor_settings(), frames_produced_, frame_);
+        frame_.clear();
+        video_starts_ = true;
     } else {
+        video_starts_ = false;
         frame_end_us_ = kNever;
         frame_.clear();
         frame_sent_ = 0;
@@ -364,7 +396,8 @@ void Device::produce_frame() {
     if (!being_read) {  // else the host is so slow that this frame finds no room in the camera
         sensor_.render(settings, frames_produced_, frame_);
         if (options_.mark_frames)
-            mark_frame(frame_, settings.width / settings.subsample_x * settings.bytes_per_sample, frames_produced_);
+            mark_frame(frame_, settings.width / settings.subsample_x * settings.bytes_per_sample,
+                       frames_produced_);
     }
     ++frames_produced_;
 }
@@ -374,6 +407,7 @@ void Device::produce_frame() {
 
 std::int64_t Device::next_event_us() const {
     if (!attached_) return return_us_;
+    if (video_starts_) return now_us_;
     return reads_.empty() ? kNever : frame_end_us_;
 }
 
@@ -384,6 +418,7 @@ void Device::advance(std::int64_t now_us) {
         return;
     }
     registers_->advance(now_us_);
+    if (std::exchange(video_starts_, false)) frame_end_us_ = now_us_ + registers_->frame_period_us();
     if (frame_end_us_ > now_us_) return;
     // Frames that nobody waited for were taken and overwritten: only the newest is worth drawing.
     const std::int64_t period_us = registers_->frame_period_us();

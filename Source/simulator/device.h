@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-// A simulated camera as a USB device: control requests and bulk bytes in and out, time, and nothing of any host.
+// A simulated camera as a USB device: control requests and bulk bytes in and out, time, and nothing of any
+// host.
 //
 //                      firmware, CPU released           image, polls
 //   bare FX2 ---------------------------------> camera ---------------> camera with FPGA
 //       ^     off the bus for a while, new identity        |                  |
 //       +------------------- power off -------------------+------------------+
 //
-// Whoever serves it to a host - the bus in this process, a mocked kernel, a virtual machine - holds one lock around all
-// calls of one device, gives it the time, and takes completions from within those calls.
+// Whoever serves it to a host - the bus in this process, a mocked kernel, a virtual machine - holds one lock
+// around all calls of one device, gives it the time, and takes completions from within those calls.
 #pragma once
 
 #include <cstdint>
@@ -48,7 +49,8 @@ struct Answer {
     std::uint32_t length = 0;  // bytes that moved
 };
 
-/// A read that a host has queued on a bulk endpoint. The host owns it and keeps it until `finished` or a cancel.
+/// A read that a host has queued on a bulk endpoint. The host owns it and keeps it until `finished` or a
+/// cancel.
 class BulkRead {
   public:
     virtual ~BulkRead() = default;
@@ -109,13 +111,14 @@ class Device {
     bool cancel(BulkRead& read);
 
     // ---- time
-    /// When something happens next without any call: a frame ends that somebody waits for, the device comes back.
+    /// When something happens next without any call: a frame ends that somebody waits for, the device comes
+    /// back.
     std::int64_t next_event_us() const;
     void advance(std::int64_t now_us);
 
     // ---- what a person does
-    void unplug();                  ///< power is lost too: firmware and FPGA are gone
-    void plug_in();                 ///< as `options.state` says
+    void unplug();   ///< power is lost too: firmware and FPGA are gone
+    void plug_in();  ///< as `options.state` says
     FaultPlan& faults() { return faults_; }
     void set_observer(std::function<void(const Transfer&)> observer) { observer_ = std::move(observer); }
     std::uint32_t frames_produced() const { return frames_produced_; }
@@ -150,7 +153,7 @@ class Device {
     std::int64_t now_us_ = 0;
     std::int64_t return_us_ = kNever;  // when it comes back to the bus
     DeviceOptions::State state_ = DeviceOptions::State::kBare;
-    std::unique_ptr<Fx2> fx2_;             // of a bare device
+    std::unique_ptr<Fx2> fx2_;              // of a bare device
     std::unique_ptr<Registers> registers_;  // of a camera
 
     std::uint8_t configuration_ = 0;
@@ -158,6 +161,7 @@ class Device {
     bool out_halted_ = false, in_halted_ = false;
     std::deque<BulkRead*> reads_;
 
+    bool video_starts_ = false;           // the first frame begins when the time is told next
     std::int64_t frame_end_us_ = kNever;  // of the frame that the sensor takes now
     std::vector<std::uint8_t> frame_;     // the newest complete frame, until it has been read
     std::size_t frame_sent_ = 0;

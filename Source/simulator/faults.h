@@ -10,10 +10,10 @@ namespace tovix::simulator {
 
 /// Where a device can fail.
 enum class Place : std::uint8_t {
-    kMemoryWrite,    // boot loader, request 0xA0
-    kRegisterRead,   // request 0x12
+    kMemoryWrite,   // boot loader, request 0xA0
+    kRegisterRead,  // request 0x12
     kRegisterWrite,
-    kDescriptor,     // GET_DESCRIPTOR: device, configuration, strings
+    kDescriptor,  // GET_DESCRIPTOR: device, configuration, strings
     kSetConfiguration,
     kSetAlternate,
     kClearHalt,

@@ -7,7 +7,8 @@ namespace tovix::simulator {
 
 namespace {
 
-/// A checksum of eight bytes a step, in four lanes: it must keep up with frames that come as fast as memory is read.
+/// A checksum of eight bytes a step, in four lanes: it must keep up with frames that come as fast as memory
+/// is read.
 std::uint64_t checksum(std::span<const std::uint8_t> bytes, std::uint64_t seed) {
     constexpr std::uint64_t kMultiplier = 0x9E3779B97F4A7C15;
     std::uint64_t lanes[4] = {seed, ~seed, seed ^ kMultiplier, seed + kMultiplier};
@@ -15,11 +16,14 @@ std::uint64_t checksum(std::span<const std::uint8_t> bytes, std::uint64_t seed) 
     for (; at + 32 <= bytes.size(); at += 32) {
         std::uint64_t words[4];
         std::memcpy(words, bytes.data() + at, sizeof words);
-        for (int lane = 0; lane < 4; ++lane) lanes[lane] = (lanes[lane] ^ words[lane]) * kMultiplier;
+        for (int lane = 0; lane < 4; ++lane)
+            lanes[lane] = (lanes[lane] ^ words[lane]) * kMultiplier;
     }
-    for (; at < bytes.size(); ++at) lanes[at % 4] = (lanes[at % 4] ^ bytes[at]) * kMultiplier;
+    for (; at < bytes.size(); ++at)
+        lanes[at % 4] = (lanes[at % 4] ^ bytes[at]) * kMultiplier;
     std::uint64_t sum = 0;
-    for (const std::uint64_t lane : lanes) sum = (sum ^ lane ^ lane >> 29) * kMultiplier;
+    for (const std::uint64_t lane : lanes)
+        sum = (sum ^ lane ^ lane >> 29) * kMultiplier;
     return sum ^ sum >> 32;
 }
 

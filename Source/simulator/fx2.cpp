@@ -23,7 +23,8 @@ bool Fx2::write(std::uint16_t address, std::span<const std::uint8_t> data) {
         held_in_reset_ = (data[0] & 1) != 0;
         return was_held && !held_in_reset_;
     }
-    for (std::size_t i = 0; i < data.size(); ++i) memory_[(address + i) % memory_.size()] = data[i];
+    for (std::size_t i = 0; i < data.size(); ++i)
+        memory_[(address + i) % memory_.size()] = data[i];
     return false;
 }
 

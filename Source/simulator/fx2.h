@@ -3,7 +3,8 @@
 //
 // A firmware image for a simulated camera holds, besides code that nobody runs:
 //   0x0000  02 01 00                  a jump to 0x0100, as every FX2 program begins
-//   0x0080  18 bytes                  the device descriptor that the device comes back with; the release number in it
+//   0x0080  18 bytes                  the device descriptor that the device comes back with; the release
+//   number in it
 //                                     does not count, since some releases of a model share a file
 //   0x0092  u16 length, u32 CRC-32    of the bytes from 0x0100 on, little-endian
 // So a download that lost, moved or changed a byte does not run.

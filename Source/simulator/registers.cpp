@@ -39,7 +39,8 @@ constexpr std::size_t kFpgaHeader = 16;  // magic, u32 length of what follows, u
 constexpr std::size_t kLargestFpgaImage = 64 << 20;
 
 bool is_whole_image(const std::vector<std::uint8_t>& image) {
-    if (image.size() < kFpgaHeader || std::memcmp(image.data(), kFpgaMagic, sizeof kFpgaMagic) != 0) return false;
+    if (image.size() < kFpgaHeader || std::memcmp(image.data(), kFpgaMagic, sizeof kFpgaMagic) != 0)
+        return false;
     const std::size_t length = image.size() - kFpgaHeader;
     return get_u32(&image[8]) == length &&
            get_u32(&image[12]) == crc32(0, image.data() + kFpgaHeader, static_cast<uInt>(length));
@@ -51,7 +52,8 @@ CameraSetup CameraSetup::of(const Model& model) {
     CameraSetup setup;
     setup.model = model;
     setup.color_inquiry = model.color_code;
-    // In thousands of pixels a second. A camera starts at its last rate when it has an FPGA, else at its first.
+    // In thousands of pixels a second. A camera starts at its last rate when it has an FPGA, else at its
+    // first.
     setup.data_rates = {5000, 10000, 20000, 27000, 40000};
     if (!model.has_fpga()) std::ranges::reverse(setup.data_rates);
     return setup;
@@ -69,7 +71,8 @@ Registers::Registers(const CameraSetup& setup) : setup_(setup) {
     fan_ = setup.fan ? kPresent : 0;
     data_rate_ = setup.data_rates.empty() ? 0 : setup.data_rates.front();
     auto& curve = messages_[0];
-    for (int level = 0; level < 256; ++level) curve.push_back(static_cast<std::uint8_t>(level));
+    for (int level = 0; level < 256; ++level)
+        curve.push_back(static_cast<std::uint8_t>(level));
 }
 
 void Registers::advance(std::int64_t now_us) {
@@ -88,47 +91,68 @@ std::uint32_t Registers::read(std::uint16_t address) {
                 if (!fpga_configured_) --fpga_polls_left_;
             }
             return fpga_configured_ ? kFpgaConfigured : 0;
-        case TOVIX_FIRMWARE_VERSION: return setup_.firmware_version;
-        case TOVIX_VIDEO_SWITCH: return video_on_ ? kVideoOn : 0;
+        case TOVIX_FIRMWARE_VERSION:
+            return setup_.firmware_version;
+        case TOVIX_VIDEO_SWITCH:
+            return video_on_ ? kVideoOn : 0;
         case kTemperatureNow:
             return static_cast<std::uint32_t>(static_cast<std::int32_t>(std::lround(temperature_)));
-        case TOVIX_FAN: return fan_;
-        case TOVIX_FO_MAX_SIZE: return pair(setup_.model.width, setup_.model.height);
-        case TOVIX_FO_UNIT_SIZE: return pair(kUnitWidth, kUnitHeight);
-        case TOVIX_FO_POSITION: return pair(x_, y_);
-        case TOVIX_FO_SIZE: return pair(width_, height_);
-        case TOVIX_FO_COLOR_ID: return color_id_;
-        case TOVIX_FO_COLOR_INQ: return setup_.color_inquiry;
-        case TOVIX_FO_SUBSAMPLING: return pair(subsample_x_, subsample_y_);
-        case TOVIX_FO_SUBSAMPLING_INQ: return 0x0100u | setup_.model.max_subsampling;
+        case TOVIX_FAN:
+            return fan_;
+        case TOVIX_FO_MAX_SIZE:
+            return pair(setup_.model.width, setup_.model.height);
+        case TOVIX_FO_UNIT_SIZE:
+            return pair(kUnitWidth, kUnitHeight);
+        case TOVIX_FO_POSITION:
+            return pair(x_, y_);
+        case TOVIX_FO_SIZE:
+            return pair(width_, height_);
+        case TOVIX_FO_COLOR_ID:
+            return color_id_;
+        case TOVIX_FO_COLOR_INQ:
+            return setup_.color_inquiry;
+        case TOVIX_FO_SUBSAMPLING:
+            return pair(subsample_x_, subsample_y_);
+        case TOVIX_FO_SUBSAMPLING_INQ:
+            return 0x0100u | setup_.model.max_subsampling;
         case TOVIX_FO_KPS_MINMAX_INQ: {
             if (setup_.data_rates.empty()) return 0;
             const auto [least, most] = std::ranges::minmax(setup_.data_rates);
             return pair(least, most);
         }
-        case TOVIX_FO_KPS: return data_rate_;
+        case TOVIX_FO_KPS:
+            return data_rate_;
         case TOVIX_FO_KPS_ARRAY_CNT:
             data_rates_read_ = 0;
             return static_cast<std::uint32_t>(setup_.data_rates.size());
         case TOVIX_FO_KPS_ARRAY: {
             const auto next = [&]() -> std::uint32_t {
-                return data_rates_read_ < setup_.data_rates.size() ? setup_.data_rates[data_rates_read_++] : 0u;
+                return data_rates_read_ < setup_.data_rates.size() ? setup_.data_rates[data_rates_read_++]
+                                                                   : 0u;
             };
             const std::uint32_t low = next();
             return pair(low, next());
         }
-        case TOVIX_MSG_MASK: return setup_.message_mask;
-        case TOVIX_MSG_SELECT: return message_;
-        default: break;
+        case TOVIX_MSG_MASK:
+            return setup_.message_mask;
+        case TOVIX_MSG_SELECT:
+            return message_;
+        default:
+            break;
     }
     const auto property = properties_.find(address & 0xFFF0);
     if (property == properties_.end()) return 0;  // a register that this camera does not have
     switch (address & 0xF) {
-        case TOVIX_PROPERTY_FLAGVAL: return property->second.flags;
-        case TOVIX_PROPERTY_CURVAL: return static_cast<std::uint32_t>(property->second.value);
-        case TOVIX_PROPERTY_MINVAL: return static_cast<std::uint32_t>(property->second.min);
-        case TOVIX_PROPERTY_MAXVAL: return static_cast<std::uint32_t>(property->second.max);
-        default: return 0;
+        case TOVIX_PROPERTY_FLAGVAL:
+            return property->second.flags;
+        case TOVIX_PROPERTY_CURVAL:
+            return static_cast<std::uint32_t>(property->second.value);
+        case TOVIX_PROPERTY_MINVAL:
+            return static_cast<std::uint32_t>(property->second.min);
+        case TOVIX_PROPERTY_MAXVAL:
+            return static_cast<std::uint32_t>(property->second.max);
+        default:
+            return 0;
     }
 }
 
@@ -156,7 +180,9 @@ void Registers::write(std::uint16_t address, std::uint32_t value) {
                 fpga_polls_left_ = setup_.fpga_polls;
             }
             break;
-        case TOVIX_VIDEO_SWITCH: video_on_ = (value & kVideoOn) != 0; break;
+        case TOVIX_VIDEO_SWITCH:
+            video_on_ = (value & kVideoOn) != 0;
+            break;
         case TOVIX_FAN:
             if (setup_.fan) fan_ = value | kPresent;
             break;
@@ -174,12 +200,17 @@ void Registers::write(std::uint16_t address, std::uint32_t value) {
             subsample_x_ = std::clamp<std::uint32_t>(value & 0xFFFF, 1, setup_.model.max_subsampling);
             subsample_y_ = std::clamp<std::uint32_t>(value >> 16, 1, setup_.model.max_subsampling);
             break;
-        case TOVIX_FO_COLOR_ID: color_id_ = value; break;
+        case TOVIX_FO_COLOR_ID:
+            color_id_ = value;
+            break;
         case TOVIX_FO_KPS:
             if (std::ranges::find(setup_.data_rates, value) != setup_.data_rates.end()) data_rate_ = value;
             break;
-        case TOVIX_MSG_SELECT: message_ = value; break;
-        default: break;  // read-only, or not there
+        case TOVIX_MSG_SELECT:
+            message_ = value;
+            break;
+        default:
+            break;  // read-only, or not there
     }
 }
 

@@ -5,6 +5,8 @@
 #include <array>
 #include <cstdint>
 #include <map>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "models.h"
@@ -16,13 +18,15 @@ namespace tovix::simulator {
 struct CameraSetup {
     Model model;
     std::uint32_t serial_number = 1;
+    std::optional<std::string> serial_text;   ///< in place of the number
+    std::optional<std::string> product_text;  ///< in place of the model's name
     std::uint32_t firmware_version = 0x00010203;
-    std::uint32_t color_inquiry = 0;         ///< what TOVIX_FO_COLOR_INQ answers
-    std::vector<std::uint16_t> data_rates;   ///< in the order in which the camera lists them
+    std::uint32_t color_inquiry = 0;        ///< what TOVIX_FO_COLOR_INQ answers
+    std::vector<std::uint16_t> data_rates;  ///< in the order in which the camera lists them
     bool temperature_control = true;
     bool fan = true;
-    std::uint32_t message_mask = 3;          ///< messages that the camera supports
-    std::uint32_t fpga_polls = 3;            ///< reads of the control register until it says configured
+    std::uint32_t message_mask = 3;  ///< messages that the camera supports
+    std::uint32_t fpga_polls = 3;    ///< reads of the control register until it says configured
     std::array<double, 3> light{1.0, 1.0, 1.0};
     double blur = 0.0;
     double noise = 1.0;
@@ -42,7 +46,9 @@ class Registers {
     void write(std::uint16_t address, std::uint32_t value);
 
     // The message channel's data area is bytes, not words.
-    static bool is_message_data(std::uint16_t address) { return address >= TOVIX_MSG_DATA && address < kMessageEnd; }
+    static bool is_message_data(std::uint16_t address) {
+        return address >= TOVIX_MSG_DATA && address < kMessageEnd;
+    }
     void read_message(std::uint16_t address, std::uint8_t* data, std::size_t size) const;
     void write_message(std::uint16_t address, const std::uint8_t* data, std::size_t size);
 

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// The supported models: their colour-correction matrices by block, and the camera table. Data only: replacing it needs no change of code.
+// The supported models: their colour-correction matrices by block, and the camera table. Data only: replacing
+// it needs no change of code.
 //
-// An entry is {matrix id, {nine coefficients, 4096 = 1.0}}; each row of three sums to 1.0 within rounding, so that grey
-// stays grey. Ids: 1 daylight, 2 incandescent, 3 fluorescent, 4 flash, 5 weak correction.
+// An entry is {matrix id, {nine coefficients, 4096 = 1.0}}; each row of three sums to 1.0 within rounding, so
+// that grey stays grey. Ids: 1 daylight, 2 incandescent, 3 fluorescent, 4 flash, 5 weak correction.
 #include <iterator>
 
 #include "camera_table.h"
@@ -171,41 +172,73 @@ constexpr std::uint16_t kVendorFx2 = 0x04B4;  // the maker of the FX2; a bare on
 // The vendors whose devices may still lack firmware, in the order in which start-up looks for them.
 const std::uint16_t kStartupVendors[3] = {kVendorA, kVendorB, kVendorFx2};
 
-// product, vendor, release, subsampling, firmware file, FPGA file, model data. Rows that share product and vendor stand
-// together. Product IDs are unique among vendors, since lookups go by product ID alone.
+// product, vendor, release, subsampling, firmware file, FPGA file, model data. Rows that share product and
+// vendor stand together. Product IDs are unique among vendors, since lookups go by product ID alone.
 const camera_id camera_ids[] = {
-    {0x0113, kVendorA, 0xFFFF, 1, "mira13c/firm%X.HEX", "mira13c/fpga%X.rbf", kBlock00.data(), kBlock00.size()},
-    {0x0114, kVendorA, 0xFFFF, 1, "mira13m/firm%X.HEX", "mira13m/fpga%X.rbf", kBlock00.data(), kBlock00.size()},
-    {0x0120, kVendorA, 0xFFFF, 0, "mira20c/firm%X.HEX", "mira20c/fpga%X.rbf", kBlock01.data(), kBlock01.size()},
-    {0x0121, kVendorA, 0xFFFF, 0, "mira20m/firm%X.HEX", "mira20m/fpga%X.rbf", kBlock01.data(), kBlock01.size()},
-    {0x0132, kVendorA, 0xFFFF, 1, "mira32c/firm%X.HEX", "mira32c/fpga%X.rbf", kBlock02.data(), kBlock02.size()},
-    {0x0150, kVendorA, 0xFFFF, 1, "mira50c/firm%X.HEX", "mira50c/fpga%X.rbf", kBlock03.data(), kBlock03.size()},
-    {0x0151, kVendorA, 0xFFFF, 0, "mira50m/firm%X.HEX", "mira50m/fpga%X.rbf", kBlock04.data(), kBlock04.size()},
-    {0x0203, kVendorA, 0xFFFF, 0, "lyra03c/firm%X.HEX", "lyra03c/fpga%X.rbf", kBlock05.data(), kBlock05.size()},
-    {0x0204, kVendorA, 0xFFFF, 0, "lyra03m/firm%X.HEX", "lyra03m/fpga%X.rbf", kBlock05.data(), kBlock05.size()},
-    {0x0208, kVendorA, 0xFFFF, 0, "lyra08c/firm%X.HEX", "lyra08c/fpga0.rbf", kBlock06.data(), kBlock06.size()},
-    {0x0214, kVendorA, 0x0000, 0, "lyra14c/firm0.HEX", "lyra14c/fpga%X.rbf", kBlock07.data(), kBlock07.size()},
-    {0x0214, kVendorA, 0x0001, 0, "lyra14c/firm0.HEX", "lyra14c/fpga%X.rbf", kBlock07.data(), kBlock07.size()},
-    {0x0214, kVendorA, 0x0002, 0, "lyra14c/firm1.HEX", "lyra14c/fpga%X.rbf", kBlock07.data(), kBlock07.size()},
-    {0x0220, kVendorA, 0xFFFF, 0, "lyra20c/firm%X.HEX", "lyra20c/fpga%X.rbf", kBlock08.data(), kBlock08.size()},
-    {0x0221, kVendorA, 0xFFFF, 0, "lyra20m/firm%X.HEX", "lyra20m/fpga%X.rbf", kBlock09.data(), kBlock09.size()},
-    {0x0240, kVendorA, 0xFFFF, 0, "lyra40c/firm%X.HEX", "lyra40c/fpga10.rbf", kBlock10.data(), kBlock10.size()},
-    {0x0306, kVendorB, 0xFFFF, 0, "atria06c/firm%X.HEX", "atria06c/fpga%X.rbf", kBlock11.data(), kBlock11.size()},
-    {0x0307, kVendorB, 0xFFFF, 0, "atria06m/firm%X.HEX", "atria06m/fpga%X.rbf", kBlock11.data(), kBlock11.size()},
-    {0x0315, kVendorB, 0xFFFF, 0, "atria15c/firm%X.HEX", "atria15c/fpga%X.rbf", kBlock12.data(), kBlock12.size()},
-    {0x0316, kVendorB, 0xFFFF, 0, "atria15m/firm%X.HEX", "atria15m/fpga%X.rbf", kBlock13.data(), kBlock13.size()},
-    {0x0328, kVendorB, 0xFFFF, 0, "atria28c/firm%X.HEX", "atria28c/fpga%X.rbf", kBlock14.data(), kBlock14.size()},
-    {0x0329, kVendorB, 0xFFFF, 0, "atria28m/firm%X.HEX", "atria28m/fpga%X.rbf", kBlock15.data(), kBlock15.size()},
-    {0x0360, kVendorB, 0xFFFF, 0, "atria60c/firm%X.HEX", "atria60c/fpga%X.rbf", kBlock16.data(), kBlock16.size()},
-    {0x0383, kVendorB, 0xFFFF, 0, "atria83c/firm%X.HEX", "atria83c/fpga%X.rbf", kBlock17.data(), kBlock17.size()},
-    {0x0409, kVendorB, 0xFFFF, 0, "norma09c/firm%X.HEX", "norma09c/fpga%X.rbf", kBlock18.data(), kBlock18.size()},
-    {0x040A, kVendorB, 0xFFFF, 0, "norma09m/firm%X.HEX", "norma09m/fpga%X.rbf", kBlock18.data(), kBlock18.size()},
-    {0x0412, kVendorB, 0xFFFF, 0, "norma12c/firm1.HEX", "norma12c/fpga%X.rbf", kBlock19.data(), kBlock19.size()},
-    {0x0417, kVendorB, 0xFFFF, 0, "norma12m/firm%X.HEX", "norma12m/fpga%X.rbf", kBlock20.data(), kBlock20.size()},
-    {0x0421, kVendorB, 0xFFFF, 1, "norma21c/firm%X.HEX", "norma21c/fpga%X.rbf", kBlock21.data(), kBlock21.size()},
-    {0x0436, kVendorB, 0xFFFF, 0, "norma36c/firm%X.HEX", "norma36c/fpga%X.rbf", kBlock22.data(), kBlock22.size()},
-    {0x0437, kVendorB, 0xFFFF, 0, "norma36x/firm%X.HEX", "norma36x/fpga%X.rbf", kBlock23.data(), kBlock23.size()},
-    {0x0503, kVendorB, 0xFFFF, 0, "tiro03c/firm%X.HEX", "tiro03c/fpga%X.rbf", kBlock24.data(), kBlock24.size()},
+    {0x0113, kVendorA, 0xFFFF, 1, "mira13c/firm%X.HEX", "mira13c/fpga%X.rbf", kBlock00.data(),
+     kBlock00.size()},
+    {0x0114, kVendorA, 0xFFFF, 1, "mira13m/firm%X.HEX", "mira13m/fpga%X.rbf", kBlock00.data(),
+     kBlock00.size()},
+    {0x0120, kVendorA, 0xFFFF, 0, "mira20c/firm%X.HEX", "mira20c/fpga%X.rbf", kBlock01.data(),
+     kBlock01.size()},
+    {0x0121, kVendorA, 0xFFFF, 0, "mira20m/firm%X.HEX", "mira20m/fpga%X.rbf", kBlock01.data(),
+     kBlock01.size()},
+    {0x0132, kVendorA, 0xFFFF, 1, "mira32c/firm%X.HEX", "mira32c/fpga%X.rbf", kBlock02.data(),
+     kBlock02.size()},
+    {0x0150, kVendorA, 0xFFFF, 1, "mira50c/firm%X.HEX", "mira50c/fpga%X.rbf", kBlock03.data(),
+     kBlock03.size()},
+    {0x0151, kVendorA, 0xFFFF, 0, "mira50m/firm%X.HEX", "mira50m/fpga%X.rbf", kBlock04.data(),
+     kBlock04.size()},
+    {0x0203, kVendorA, 0xFFFF, 0, "lyra03c/firm%X.HEX", "lyra03c/fpga%X.rbf", kBlock05.data(),
+     kBlock05.size()},
+    {0x0204, kVendorA, 0xFFFF, 0, "lyra03m/firm%X.HEX", "lyra03m/fpga%X.rbf", kBlock05.data(),
+     kBlock05.size()},
+    {0x0208, kVendorA, 0xFFFF, 0, "lyra08c/firm%X.HEX", "lyra08c/fpga0.rbf", kBlock06.data(),
+     kBlock06.size()},
+    {0x0214, kVendorA, 0x0000, 0, "lyra14c/firm0.HEX", "lyra14c/fpga%X.rbf", kBlock07.data(),
+     kBlock07.size()},
+    {0x0214, kVendorA, 0x0001, 0, "lyra14c/firm0.HEX", "lyra14c/fpga%X.rbf", kBlock07.data(),
+     kBlock07.size()},
+    {0x0214, kVendorA, 0x0002, 0, "lyra14c/firm1.HEX", "lyra14c/fpga%X.rbf", kBlock07.data(),
+     kBlock07.size()},
+    {0x0220, kVendorA, 0xFFFF, 0, "lyra20c/firm%X.HEX", "lyra20c/fpga%X.rbf", kBlock08.data(),
+     kBlock08.size()},
+    {0x0221, kVendorA, 0xFFFF, 0, "lyra20m/firm%X.HEX", "lyra20m/fpga%X.rbf", kBlock09.data(),
+     kBlock09.size()},
+    {0x0240, kVendorA, 0xFFFF, 0, "lyra40c/firm%X.HEX", "lyra40c/fpga10.rbf", kBlock10.data(),
+     kBlock10.size()},
+    {0x0306, kVendorB, 0xFFFF, 0, "atria06c/firm%X.HEX", "atria06c/fpga%X.rbf", kBlock11.data(),
+     kBlock11.size()},
+    {0x0307, kVendorB, 0xFFFF, 0, "atria06m/firm%X.HEX", "atria06m/fpga%X.rbf", kBlock11.data(),
+     kBlock11.size()},
+    {0x0315, kVendorB, 0xFFFF, 0, "atria15c/firm%X.HEX", "atria15c/fpga%X.rbf", kBlock12.data(),
+     kBlock12.size()},
+    {0x0316, kVendorB, 0xFFFF, 0, "atria15m/firm%X.HEX", "atria15m/fpga%X.rbf", kBlock13.data(),
+     kBlock13.size()},
+    {0x0328, kVendorB, 0xFFFF, 0, "atria28c/firm%X.HEX", "atria28c/fpga%X.rbf", kBlock14.data(),
+     kBlock14.size()},
+    {0x0329, kVendorB, 0xFFFF, 0, "atria28m/firm%X.HEX", "atria28m/fpga%X.rbf", kBlock15.data(),
+     kBlock15.size()},
+    {0x0360, kVendorB, 0xFFFF, 0, "atria60c/firm%X.HEX", "atria60c/fpga%X.rbf", kBlock16.data(),
+     kBlock16.size()},
+    {0x0383, kVendorB, 0xFFFF, 0, "atria83c/firm%X.HEX", "atria83c/fpga%X.rbf", kBlock17.data(),
+     kBlock17.size()},
+    {0x0409, kVendorB, 0xFFFF, 0, "norma09c/firm%X.HEX", "norma09c/fpga%X.rbf", kBlock18.data(),
+     kBlock18.size()},
+    {0x040A, kVendorB, 0xFFFF, 0, "norma09m/firm%X.HEX", "norma09m/fpga%X.rbf", kBlock18.data(),
+     kBlock18.size()},
+    {0x0412, kVendorB, 0xFFFF, 0, "norma12c/firm1.HEX", "norma12c/fpga%X.rbf", kBlock19.data(),
+     kBlock19.size()},
+    {0x0417, kVendorB, 0xFFFF, 0, "norma12m/firm%X.HEX", "norma12m/fpga%X.rbf", kBlock20.data(),
+     kBlock20.size()},
+    {0x0421, kVendorB, 0xFFFF, 1, "norma21c/firm%X.HEX", "norma21c/fpga%X.rbf", kBlock21.data(),
+     kBlock21.size()},
+    {0x0436, kVendorB, 0xFFFF, 0, "norma36c/firm%X.HEX", "norma36c/fpga%X.rbf", kBlock22.data(),
+     kBlock22.size()},
+    {0x0437, kVendorB, 0xFFFF, 0, "norma36x/firm%X.HEX", "norma36x/fpga%X.rbf", kBlock23.data(),
+     kBlock23.size()},
+    {0x0503, kVendorB, 0xFFFF, 0, "tiro03c/firm%X.HEX", "tiro03c/fpga%X.rbf", kBlock24.data(),
+     kBlock24.size()},
     {0x0613, kVendorFx2, 0xFFFF, 0, "atlas13c/firm%X.HEX", nullptr, kNoMatrices.data(), kNoMatrices.size()},
 };
 const std::int32_t camera_id_count = 33;

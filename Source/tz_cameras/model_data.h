@@ -18,7 +18,8 @@ namespace model_data_detail {
 struct Writer {
     std::uint8_t* at;
     constexpr void put(std::uint32_t value, int bytes) {
-        for (int i = 0; i < bytes; ++i) *at++ = static_cast<std::uint8_t>(value >> (8 * i));
+        for (int i = 0; i < bytes; ++i)
+            *at++ = static_cast<std::uint8_t>(value >> (8 * i));
     }
     constexpr void put_i16(std::int16_t value) { put(static_cast<std::uint16_t>(value), 2); }
 };
@@ -35,7 +36,8 @@ constexpr auto model_data(const ModelMatrix (&matrices)[N]) {
     writer.put(N * kEntryBytes, 4);
     for (const ModelMatrix& matrix : matrices) {
         writer.put_i16(matrix.id);
-        for (const std::int16_t coefficient : matrix.coefficients) writer.put_i16(coefficient);
+        for (const std::int16_t coefficient : matrix.coefficients)
+            writer.put_i16(coefficient);
     }
     return block;  // the last four bytes are the end mark
 }

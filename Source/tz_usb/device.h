@@ -31,8 +31,8 @@ class OwnedEntry {
     io_object_t id_;
 };
 
-/// Open the device at `service` into `camera`, whatever the record held: claim it, read identity, temperature state and
-/// geometry, and tell it the colour code and the default data rate. Takes over the registry entry.
+/// Open the device at `service` into `camera`, whatever the record held: claim it, read identity, temperature
+/// state and geometry, and tell it the colour code and the default data rate. Takes over the registry entry.
 /// 0, or negative after a report; then everything is given back, the entry too, and the record is closed.
 [[nodiscard]] std::int32_t usb_open_device(_tovix* camera, io_service_t service);
 

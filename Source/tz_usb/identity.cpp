@@ -19,7 +19,8 @@ struct StringDescriptor {
     bool is_well_formed() const { return bytes[1] == kStringDescriptor && bytes[0] % 2 == 0; }
 };
 
-IOReturn read_descriptor(_tovix* camera, UInt8 index, UInt16 language, UInt16 length, StringDescriptor& descriptor) {
+IOReturn read_descriptor(_tovix* camera, UInt8 index, UInt16 language, UInt16 length,
+                         StringDescriptor& descriptor) {
     descriptor = {};
     IOUSBDevRequestTO transfer{
         .bmRequestType = kStandardRead,
@@ -56,10 +57,12 @@ std::int32_t usb_get_string_descriptor(_tovix* camera, std::uint8_t index, char*
         status != kIOReturnSuccess) {
         return status;
     }
-    // The second answer counts: the device may have changed its mind about the length, but not beyond what was asked.
+    // The second answer counts: the device may have changed its mind about the length, but not beyond what
+    // was asked.
     if (!descriptor.is_well_formed()) return kIOReturnUnderrun;
     const int characters = std::clamp((std::min(descriptor.length(), length) - 2) / 2, 0, max - 1);
-    for (int i = 0; i < characters; ++i) out[i] = static_cast<char>(descriptor.bytes[2 + 2 * i]);
+    for (int i = 0; i < characters; ++i)
+        out[i] = static_cast<char>(descriptor.bytes[2 + 2 * i]);
     out[characters] = '\0';
     return TOVIX_OK;
 }
@@ -73,7 +76,8 @@ std::int32_t usb_get_device_speed(_tovix* camera) {
 }
 
 std::int32_t usb_get_device_release_number(_tovix* camera) {
-    if ((*camera->device)->GetDeviceReleaseNumber(camera->device, &camera->release_number) != kIOReturnSuccess) {
+    if ((*camera->device)->GetDeviceReleaseNumber(camera->device, &camera->release_number) !=
+        kIOReturnSuccess) {
         std::fprintf(stderr, "error: unable to read camera's device release number\n");
         return TOVIX_EFAIL;
     }
@@ -82,11 +86,13 @@ std::int32_t usb_get_device_release_number(_tovix* camera) {
 
 std::int32_t usb_get_device_model_name(_tovix* camera) {
     UInt8 index = 0;
-    if ((*camera->device)->USBGetProductStringIndex(camera->device, &index) != kIOReturnSuccess || index == 0) {
+    if ((*camera->device)->USBGetProductStringIndex(camera->device, &index) != kIOReturnSuccess ||
+        index == 0) {
         std::fprintf(stderr, "error: unable to get camera's model name\n");
         return TOVIX_EFAIL;
     }
-    if (usb_get_string_descriptor(camera, index, camera->model_name, sizeof camera->model_name, 0) != TOVIX_OK) {
+    if (usb_get_string_descriptor(camera, index, camera->model_name, sizeof camera->model_name, 0) !=
+        TOVIX_OK) {
         std::fprintf(stderr, "error: unable to read camera's model name\n");
         return TOVIX_EFAIL;
     }
@@ -96,7 +102,8 @@ std::int32_t usb_get_device_model_name(_tovix* camera) {
 
 std::int32_t usb_get_device_serial_number(_tovix* camera) {
     UInt8 index = 0;
-    if ((*camera->device)->USBGetSerialNumberStringIndex(camera->device, &index) != kIOReturnSuccess || index == 0) {
+    if ((*camera->device)->USBGetSerialNumberStringIndex(camera->device, &index) != kIOReturnSuccess ||
+        index == 0) {
         std::fprintf(stderr, "error: unable to get camera's serial number\n");
         return TOVIX_EFAIL;
     }
@@ -105,8 +112,8 @@ std::int32_t usb_get_device_serial_number(_tovix* camera) {
         std::fprintf(stderr, "error: unable to read camera's serial number\n");
         return TOVIX_EFAIL;
     }
-    // Serial numbers with letters in them must keep the value that applications have stored, so every character
-    // counts: as (code - '0') mod 10, with the sign of code - '0'.
+    // Serial numbers with letters in them must keep the value that applications have stored, so every
+    // character counts: as (code - '0') mod 10, with the sign of code - '0'.
     camera->serial_number = 0;
     for (const char* c = text; *c != '\0'; ++c) {
         const int digit = (static_cast<unsigned char>(*c) - '0') % 10;

@@ -15,7 +15,8 @@ constexpr std::size_t kBufferAlignment = 64;
 constexpr std::uint64_t kMaxFrameBytes = std::numeric_limits<std::int32_t>::max();
 
 void free_buffers(StreamState& stream) {
-    for (stream_buffer& buffer : stream.buffers) std::free(std::exchange(buffer.data, nullptr));
+    for (stream_buffer& buffer : stream.buffers)
+        std::free(std::exchange(buffer.data, nullptr));
 }
 
 [[nodiscard]] bool allocate_buffers(StreamState& stream) {
@@ -27,12 +28,14 @@ void free_buffers(StreamState& stream) {
     return true;
 }
 
-/// Create the acquisition thread with every signal blocked, so that the application's handlers run on its own threads.
+/// Create the acquisition thread with every signal blocked, so that the application's handlers run on its own
+/// threads.
 [[nodiscard]] int create_thread(_tovix* camera) {
     sigset_t all, before;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &before);
-    const int error = pthread_create(&camera->stream.stream_thread, nullptr, usb_stream_thread_callback, camera);
+    const int error =
+        pthread_create(&camera->stream.stream_thread, nullptr, usb_stream_thread_callback, camera);
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     return error;
 }
@@ -117,7 +120,8 @@ std::int32_t tovix_start_streaming(_tovix* camera) {
         std::fprintf(stderr, "error: streaming is not enabled\n");
         return TOVIX_EINVAL;
     }
-    if (thread_state(stream) == StreamThread::kEnded) join_thread(stream);  // of a stream that ended by itself
+    if (thread_state(stream) == StreamThread::kEnded)
+        join_thread(stream);  // of a stream that ended by itself
     {
         const StreamLock lock(stream.stream_mutex);
         stream.thread_state = StreamThread::kStarting;
@@ -201,7 +205,8 @@ std::int32_t tovix_disable_streaming(_tovix* camera) {
     if (thread_state(stream) != StreamThread::kNone) join_thread(stream);
     {
         const StreamLock lock(stream.stream_mutex);
-        while (stream.waiters != 0) pthread_cond_wait(&stream.stream_cond, &stream.stream_mutex.native);
+        while (stream.waiters != 0)
+            pthread_cond_wait(&stream.stream_cond, &stream.stream_mutex.native);
     }
     free_buffers(stream);
     pthread_mutex_destroy(&stream.stream_mutex.native);

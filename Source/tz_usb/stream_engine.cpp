@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The acquisition thread: switches the video on, keeps one asynchronous read out, stamps and announces what completes,
-// and on request drains the last read and switches the video off.
+// The acquisition thread: switches the video on, keeps one asynchronous read out, stamps and announces what
+// completes, and on request drains the last read and switches the video off.
 //
 //             +-- complete: next buffer --+
 //             v                           |
@@ -9,9 +9,9 @@
 //             +-- failed: same buffer, ---+
 //                 after a growing pause
 //
-// A read that fails is issued again: at once the first time, then after pauses that double from 1 ms to 100 ms, so that
-// a camera in trouble costs no processor time. The pauses since the last complete frame are added up; after 5 s of
-// them, or as soon as the camera has left the bus, the stream has ended.
+// A read that fails is issued again: at once the first time, then after pauses that double from 1 ms to 100
+// ms, so that a camera in trouble costs no processor time. The pauses since the last complete frame are added
+// up; after 5 s of them, or as soon as the camera has left the bus, the stream has ended.
 #include "stream_engine.h"
 
 #include <algorithm>
@@ -50,31 +50,33 @@ void lose_camera(_tovix* camera) TZ_REQUIRES(camera->stream.stream_mutex) {
     CFRunLoopStop(camera->stream.stream_run_loop);
 }
 
-/// A read was refused or failed. Says when to try again: after retry_pause_us on the acquisition thread, or at once when
-/// that is 0.
+/// A read was refused or failed. Says when to try again: after retry_pause_us on the acquisition thread, or
+/// at once when that is 0.
 void note_failure(_tovix* camera, IOReturn status) TZ_REQUIRES(camera->stream.stream_mutex) {
     if (status == kIOReturnNoDevice || camera->stream.failing_us >= kGiveUpAfterUs) {
         lose_camera(camera);
         return;
     }
     camera->stream.retry_pause_us = !camera->stream.failing ? 0
-                            : camera->stream.retry_pause_us == 0
-                                ? kFirstRetryPauseUs
-                                : std::min(2 * camera->stream.retry_pause_us, kLongestRetryPauseUs);
+                                    : camera->stream.retry_pause_us == 0
+                                        ? kFirstRetryPauseUs
+                                        : std::min(2 * camera->stream.retry_pause_us, kLongestRetryPauseUs);
     camera->stream.failing = true;
     camera->stream.failing_us += camera->stream.retry_pause_us;
     CFRunLoopStop(camera->stream.stream_run_loop);  // the thread's loop has to look at the pause
 }
 
 /// Issue the read of one frame into buffer `index`.
-std::int32_t usb_stream_schedule_read(_tovix* camera, std::int32_t index) TZ_REQUIRES(camera->stream.stream_mutex);
+std::int32_t usb_stream_schedule_read(_tovix* camera, std::int32_t index)
+    TZ_REQUIRES(camera->stream.stream_mutex);
 
 /// Choose the buffer for the next read, the free one with the oldest frame, and issue the read.
 std::int32_t usb_stream_buffer_read_next(_tovix* camera) TZ_REQUIRES(camera->stream.stream_mutex) {
     std::int32_t oldest = -1;
     for (std::int32_t i = 0; i < kStreamBuffers; ++i) {
         if (camera->stream.buffers[i].hold_count != 0) continue;
-        if (oldest < 0 || camera->stream.buffers[i].sequence < camera->stream.buffers[oldest].sequence) oldest = i;
+        if (oldest < 0 || camera->stream.buffers[i].sequence < camera->stream.buffers[oldest].sequence)
+            oldest = i;
     }
     if (oldest < 0) {
         std::fprintf(stderr, "all buffers are in use - unable to stream data\n");
@@ -83,7 +85,8 @@ std::int32_t usb_stream_buffer_read_next(_tovix* camera) TZ_REQUIRES(camera->str
     return usb_stream_schedule_read(camera, oldest);
 }
 
-/// Read into the next buffer. When that is refused no buffer stays marked, so that a retry may choose another.
+/// Read into the next buffer. When that is refused no buffer stays marked, so that a retry may choose
+/// another.
 void read_next(_tovix* camera) TZ_REQUIRES(camera->stream.stream_mutex) {
     const std::int32_t result = usb_stream_buffer_read_next(camera);
     if (result == TOVIX_OK) return;
@@ -98,7 +101,8 @@ void retry_read(_tovix* camera) TZ_REQUIRES(camera->stream.stream_mutex) {
         (*camera->interface)->ClearPipeStallBothEnds(camera->interface, kVideoPipe);
     if (camera->stream.reading_index < 0) {
         read_next(camera);
-    } else if (const std::int32_t result = usb_stream_schedule_read(camera, camera->stream.reading_index); result != TOVIX_OK) {
+    } else if (const std::int32_t result = usb_stream_schedule_read(camera, camera->stream.reading_index);
+               result != TOVIX_OK) {
         camera->stream.reading_index = -1;
         note_failure(camera, result);
     }
@@ -144,7 +148,8 @@ void usb_stream_buffer_ready_callback(void* refcon, IOReturn result, UInt32 byte
 
 std::int32_t usb_stream_schedule_read(_tovix* camera, std::int32_t index) {
     if (camera->stream.reading_index != -1 && camera->stream.reading_index != index) {
-        std::fprintf(stderr, "attempting to read %d when in progress of reading %d", index, camera->stream.reading_index);
+        std::fprintf(stderr, "attempting to read %d when in progress of reading %d", index,
+                     camera->stream.reading_index);
         return TOVIX_EINVAL;
     }
     camera->stream.reading_index = index;
@@ -163,18 +168,21 @@ std::int32_t usb_stream_schedule_read(_tovix* camera, std::int32_t index) {
     return TOVIX_OK;
 }
 
-/// Whether a failed or refused read waits to be tried again, and into which buffer does not matter. Held buffers do not
-/// count: a release is what ends that state.
+/// Whether a failed or refused read waits to be tried again, and into which buffer does not matter. Held
+/// buffers do not count: a release is what ends that state.
 bool retry_waits(_tovix* camera) TZ_REQUIRES(camera->stream.stream_mutex) {
-    return camera->stream.failing && camera->stream.reads_in_flight == 0 && !camera->stream.camera_lost && !camera->stream.drain_aborted;
+    return camera->stream.failing && camera->stream.reads_in_flight == 0 && !camera->stream.camera_lost &&
+           !camera->stream.drain_aborted;
 }
 
-/// Switch the video on and issue the first read. The event source, or null when the stream could not be started.
+/// Switch the video on and issue the first read. The event source, or null when the stream could not be
+/// started.
 CFRunLoopSourceRef start_reading(_tovix* camera) TZ_REQUIRES(camera->stream.stream_mutex) {
     CFRunLoopSourceRef created = nullptr;
     const CFRunLoopRef run_loop = CFRunLoopGetCurrent();
     if (run_loop == nullptr ||
-        (*camera->interface)->CreateInterfaceAsyncEventSource(camera->interface, &created) != kIOReturnSuccess) {
+        (*camera->interface)->CreateInterfaceAsyncEventSource(camera->interface, &created) !=
+            kIOReturnSuccess) {
         std::fprintf(stderr, "error: unable to create async event source\n");
         return nullptr;
     }
@@ -213,12 +221,14 @@ void run_stream(_tovix* camera) {
     }
 }
 
-/// Wait for the read that is out. Its frame is kept like any other. A camera that stays silent for 10 s has its read
-/// cancelled.
+/// Wait for the read that is out. Its frame is kept like any other. A camera that stays silent for 10 s has
+/// its read cancelled.
 void drain(_tovix* camera) TZ_REQUIRES(camera->stream.stream_mutex) {
     int silent_slices = 0;
-    while (camera->stream.reads_in_flight != 0 || (retry_waits(camera) && camera->stream.reading_index >= 0)) {
-        const double seconds = camera->stream.reads_in_flight != 0 ? kDrainSliceSeconds : camera->stream.retry_pause_us / 1e6;
+    while (camera->stream.reads_in_flight != 0 ||
+           (retry_waits(camera) && camera->stream.reading_index >= 0)) {
+        const double seconds =
+            camera->stream.reads_in_flight != 0 ? kDrainSliceSeconds : camera->stream.retry_pause_us / 1e6;
         camera->stream.stream_mutex.unlock();
         const CFRunLoopRunResult result = CFRunLoopRunInMode(kCFRunLoopDefaultMode, seconds, true);
         camera->stream.stream_mutex.lock();
@@ -247,7 +257,9 @@ bool usb_stream_stopping(_tovix* camera) {
 
 void usb_stream_resume_reading(_tovix* camera) {
     const bool idle = camera->stream.reads_in_flight == 0 && camera->stream.reading_index == -1;
-    if (camera->stream.stream_running && !camera->stream.stream_stopping && !camera->stream.camera_lost && idle) read_next(camera);
+    if (camera->stream.stream_running && !camera->stream.stream_stopping && !camera->stream.camera_lost &&
+        idle)
+        read_next(camera);
 }
 
 void* usb_stream_thread_callback(void* handle) {
@@ -267,7 +279,8 @@ void* usb_stream_thread_callback(void* handle) {
     camera->stream.stream_mutex.lock();
     drain(camera);
     if (camera->stream.camera_lost) {
-        // A camera in trouble may take seconds to answer; nobody who waits for a frame is kept waiting for that.
+        // A camera in trouble may take seconds to answer; nobody who waits for a frame is kept waiting for
+        // that.
         camera->stream.stream_running.set(false);
         camera->stream.stream_mutex.unlock();
         switch_video_off(camera);

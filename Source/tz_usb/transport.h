@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The only layer that moves bytes to and from an opened camera: identity queries here, transfers in tovixapi.h.
+// The only layer that moves bytes to and from an opened camera: identity queries here, transfers in
+// tovixapi.h.
 #pragma once
 
 #include "handle.h"
@@ -8,8 +9,8 @@
 constexpr UInt32 kControlTimeoutMs = 5000;
 
 /// Read string descriptor `index` into `out` as 8-bit characters with a NUL, at most `max` bytes with it.
-/// 0; -1 for a `max` that holds no character or when the length cannot be read; kIOReturnUnderrun for a malformed
-/// descriptor; else the platform's status.
+/// 0; -1 for a `max` that holds no character or when the length cannot be read; kIOReturnUnderrun for a
+/// malformed descriptor; else the platform's status.
 [[nodiscard]] std::int32_t usb_get_string_descriptor(_tovix* camera, std::uint8_t index, char* out, int max,
                                                      std::uint16_t language);
 

@@ -241,6 +241,26 @@ TEST_F(LibusbBackendTest, ADeviceHasOneOwner) {
     EXPECT_EQ(other->open(), 0);
 }
 
+TEST_F(LibusbBackendTest, DevicesOfOneSearchDoNotDependOnEachOther) {
+    plug(1);
+    EchoDevice& second = plug(2);
+    const auto found = devices();
+    Read reads[2] = {Read(64), Read(64)};
+    for (const std::size_t index : {0u, 1u}) {
+        EXPECT_EQ(found[index]->open(), 0);
+        EXPECT_EQ(found[index]->claim(kInterface), 0);
+        EXPECT_EQ(found[index]->set_alternate(kInterface, 1), 0);
+        EXPECT_EQ(found[index]->read_async(kInterface, kIn, reads[index]), 0);
+    }
+    found[0]->close();
+    EXPECT_EQ(reads[0].completions(), 1);
+    EXPECT_EQ(reads[1].completions(), 0);
+    second.send(counting(64));
+    ASSERT_TRUE(reads[1].wait());
+    EXPECT_EQ(reads[1].status, 0);
+    EXPECT_EQ(found[0]->open(), 0);
+}
+
 TEST_F(LibusbBackendTest, DriversOfTheHostMakeWayForANewConfiguration) {
     plug(1, 0x8613, "usbtest");
     const auto device = opened();
@@ -430,7 +450,7 @@ TEST_F(LibusbBackendTest, UnpluggingEndsAPendingReadAndAnotherDeviceCanFollow) {
     const auto device = opened();
     Read read(1 << 20);
     EXPECT_EQ(device->read_async(kInterface, kIn, read), 0);
-    kernel.unplug(1);
+    kernel.disconnect(1);
     ASSERT_TRUE(read.wait());
     EXPECT_EQ(read.status, kIOReturnNoDevice);
     UInt32 done = 0, size = 4;
@@ -440,6 +460,7 @@ TEST_F(LibusbBackendTest, UnpluggingEndsAPendingReadAndAnotherDeviceCanFollow) {
     EXPECT_EQ(device->read_async(kInterface, kIn, read), kIOReturnNoDevice);
     EXPECT_EQ(device->clear_stall(kInterface, kIn), kIOReturnNoDevice);
     EXPECT_EQ(device->set_alternate(kInterface, 0), kIOReturnNoDevice);
+    kernel.unplug(1);
 
     plug(1, 0x0042);
     const auto next = opened();  // while the handle of the first is still open

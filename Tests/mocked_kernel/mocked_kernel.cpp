@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "mocked_kernel.h"
 
-#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
@@ -51,6 +50,7 @@ MockedKernel::~MockedKernel() {
 }
 
 void MockedKernel::plug(int port, UsbDeviceModel& model) {
+    const std::lock_guard lock(mutex_);
     const std::string number =
         std::to_string(devices_.size() + 2);  // 1 would be the root hub; never used again
     const std::string address = std::string(3 - number.size(), '0') + number;
@@ -83,15 +83,24 @@ void MockedKernel::plug(int port, UsbDeviceModel& model) {
     devices_.push_back(std::move(device));
 }
 
+void MockedKernel::disconnect(int port) {
+    const std::lock_guard lock(mutex_);
+    at(port).node->unplug();
+}
+
 void MockedKernel::unplug(int port) {
-    const auto device = std::find_if(devices_.begin(), devices_.end(), [&](const Plugged& each) {
-        return each.port == port && !each.system_path.empty();
-    });
-    if (device == devices_.end()) throw std::logic_error("nothing in this port");
-    device->node->unplug();
-    umockdev_testbed_uevent(testbed_.get(), device->system_path.c_str(), "remove");
-    umockdev_testbed_remove_device(testbed_.get(), device->system_path.c_str());
-    device->system_path.clear();
+    disconnect(port);
+    const std::lock_guard lock(mutex_);
+    std::string& path = at(port).system_path;
+    umockdev_testbed_uevent(testbed_.get(), path.c_str(), "remove");
+    umockdev_testbed_remove_device(testbed_.get(), path.c_str());
+    path.clear();
+}
+
+MockedKernel::Plugged& MockedKernel::at(int port) {
+    for (Plugged& each : devices_)
+        if (each.port == port && !each.system_path.empty()) return each;
+    throw std::logic_error("nothing in this port");
 }
 
 }  // namespace tovix::mocked_kernel

@@ -7,6 +7,7 @@
 #include <umockdev.h>
 
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,7 @@
 
 namespace tovix::mocked_kernel {
 
+/// Any thread may plug and unplug, each its own port, but not from within a call of a model.
 class MockedKernel {
   public:
     MockedKernel();
@@ -26,6 +28,9 @@ class MockedKernel {
     void plug(int port, UsbDeviceModel& model);
     /// Pull the device out. When this returns, the model is called no more.
     void unplug(int port);
+    /// The first part of unplug(), when the files that show the device are still there and nobody has been
+    /// told.
+    void disconnect(int port);
 
   private:
     struct Plugged {
@@ -35,7 +40,10 @@ class MockedKernel {
         std::shared_ptr<UsbfsNode> node;
     };
 
+    Plugged& at(int port);  // with the mutex held
+
     const Ref<UMockdevTestbed> testbed_;
+    std::mutex mutex_;              // guards the test bed, while devices come and go, and what follows
     std::vector<Plugged> devices_;  // and those that have left: files of theirs may still be open
 };
 

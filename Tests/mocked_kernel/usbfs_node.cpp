@@ -3,95 +3,17 @@
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <stdexcept>
 
+#include "usbfs_urb.h"
+
 namespace tovix::mocked_kernel {
-namespace {
-
-constexpr std::size_t kMemoryBytes = 16
-                                     << 20;  // what all requests together may hold: the kernel's usual limit
-constexpr std::size_t kSetupBytes = 8;
-
-using Data = Ref<UMockdevIoctlData>;
-
-/// A copy of the `size` bytes of the library's memory at which a pointer points; written back when the
-/// request under way is answered.
-Data resolve(UMockdevIoctlData& pointers, std::size_t offset, std::size_t size) {
-    return Data(umockdev_ioctl_data_resolve(&pointers, offset, size, nullptr));
-}
-
-template <class Argument>
-Argument& get(const Data& data) {
-    return *reinterpret_cast<Argument*>(data->data);
-}
-
-/// Status of a request as the kernel reports it; kNoAnswer has none.
-int status_of(Outcome outcome) {
-    switch (outcome) {
-        case Outcome::kStall:
-            return -EPIPE;
-        case Outcome::kError:
-            return -EPROTO;
-        default:
-            return 0;
-    }
-}
-
-}  // namespace
-
-/// A request that the library has submitted.
-class UsbfsNode::Urb final : public BulkRead {
-  public:
-    Urb(std::weak_ptr<UsbfsNode> its_node, const Client& its_client, Data its_data)
-        : node(std::move(its_node)),
-          client(&its_client),
-          data(std::move(its_data)),
-          address(data->client_addr) {
-        const auto& raw = get<usbdevfs_urb>(data);
-        endpoint = raw.endpoint;
-        length = static_cast<std::size_t>(raw.buffer_length);
-    }
-
-    std::size_t size() const override { return length; }
-    void deliver(std::span<const std::uint8_t> bytes) override {
-        const std::shared_ptr<UsbfsNode> owner = node.lock();
-        if (owner == nullptr) return;
-        const std::lock_guard lock(owner->mutex_);
-        if (!ended) received.insert(received.end(), bytes.begin(), bytes.end());
-    }
-    void complete(Outcome outcome) override {
-        const std::shared_ptr<UsbfsNode> owner = node.lock();
-        if (owner == nullptr || outcome == Outcome::kNoAnswer) return;
-        const std::lock_guard lock(owner->mutex_);
-        owner->end(*this, status_of(outcome));
-    }
-    bool is_bulk_in() const { return (endpoint & 0x80) != 0; }
-
-    const std::weak_ptr<UsbfsNode> node;
-    const Client* const client;
-    const Data data;              // the library's record of the request
-    const unsigned long address;  // by which the library calls it
-    unsigned endpoint = 0;
-    std::size_t length = 0;
-
-    // Guarded by the node's mutex.
-    Data buffer;                         // the library's buffer, where it has been looked at
-    std::vector<std::uint8_t> received;  // for that buffer, from received_at on
-    std::size_t received_at = 0;
-    std::size_t actual = 0;
-    int status = 0;
-    bool ended = false;
-};
-
 UsbfsNode::UsbfsNode(UsbDeviceModel& model, std::function<void(int)> configured)
     : model_(model), configured_(std::move(configured)), handler_(umockdev_ioctl_base_new()) {
     const std::vector<std::uint8_t> bytes = model.descriptors();
@@ -191,118 +113,7 @@ long UsbfsNode::handle(Client& client) {
     }
 }
 
-// ---------------------------------------------------------------------------------------------------------------
-// Requests for transfers
-
-long UsbfsNode::submit(const Client& client, UMockdevIoctlData& argument) {
-    Data data = resolve(argument, 0, sizeof(usbdevfs_urb));
-    const unsigned type = get<usbdevfs_urb>(data).type;
-    const auto urb = std::make_shared<Urb>(weak_from_this(), client, std::move(data));
-    const bool control = type == USBDEVFS_URB_TYPE_CONTROL;
-    if (!control && type != USBDEVFS_URB_TYPE_BULK) return -EINVAL;
-    if (control ? urb->length < kSetupBytes : !may_use(client, urb->endpoint))
-        return control ? -EINVAL : -ENOENT;
-    if (!urb->is_bulk_in() && urb->length > 0)
-        urb->buffer = resolve(*urb->data, offsetof(usbdevfs_urb, buffer), urb->length);
-    {
-        const std::lock_guard lock(mutex_);
-        std::size_t held = urb->length;
-        for (const Urbs* urbs : {&pending_, &completed_})
-            for (const auto& each : *urbs)
-                held += each->length;
-        if (held > kMemoryBytes) return -ENOMEM;
-        pending_.push_back(urb);
-    }
-    start(urb, type);
-    return 0;
-}
-
-void UsbfsNode::start(const std::shared_ptr<Urb>& urb, unsigned type) {
-    const auto endpoint = static_cast<std::uint8_t>(urb->endpoint);
-    if (urb->is_bulk_in()) return model_.bulk_in(endpoint, urb);
-
-    const std::uint8_t* const sent = urb->length > 0 ? urb->buffer->data : nullptr;
-    if (type == USBDEVFS_URB_TYPE_BULK) {
-        urb->actual = urb->length;
-        return urb->complete(model_.bulk_out(endpoint, {sent, urb->length}));
-    }
-    const auto word = [&](std::size_t at) {
-        return static_cast<std::uint16_t>(sent[at] | sent[at + 1] << 8);
-    };
-    const ControlSetup setup{sent[0], sent[1], word(2), word(4), word(6)};
-    std::vector<std::uint8_t> data(sent + kSetupBytes, sent + urb->length);
-    data.resize(setup.length);
-    std::size_t length = data.size();
-    const Outcome outcome = model_.control(setup, data, length);
-    if ((setup.request_type & 0x80) != 0) {
-        data.resize(outcome == Outcome::kDone ? length : 0);
-        urb->received_at = kSetupBytes;
-        urb->deliver(data);
-    } else {
-        urb->actual = outcome == Outcome::kDone ? data.size() : 0;
-    }
-    urb->complete(outcome);
-}
-
-long UsbfsNode::discard(const Client& client, unsigned long address) {
-    bool found = false;
-    end_where(
-        [&](const Urb& urb) { return urb.client == &client && urb.address == address && (found = true); },
-        -ENOENT);
-    return found ? 0 : -EINVAL;  // completed already
-}
-
-long UsbfsNode::reap(const Client& client, UMockdevIoctlData& argument) {
-    const std::lock_guard lock(mutex_);
-    const auto found = std::find_if(completed_.begin(), completed_.end(),
-                                    [&](const auto& each) { return each->client == &client; });
-    if (found == completed_.end()) return unplugged_ ? -ENODEV : -EAGAIN;
-    const std::shared_ptr<Urb> urb = *found;
-    completed_.erase(found);
-    show_whether_reapable();
-
-    if (!urb->received.empty()) {
-        if (urb->buffer == nullptr)
-            urb->buffer = resolve(*urb->data, offsetof(usbdevfs_urb, buffer), urb->received.size());
-        std::copy(urb->received.begin(), urb->received.end(), urb->buffer->data + urb->received_at);
-    }
-    get<usbdevfs_urb>(urb->data).status = urb->status;
-    get<usbdevfs_urb>(urb->data).actual_length = static_cast<int>(urb->actual + urb->received.size());
-    umockdev_ioctl_data_set_ptr(resolve(argument, 0, sizeof(void*)).get(), 0, urb->data.get());
-    return 0;
-}
-
-void UsbfsNode::end(Urb& urb, int status) {
-    if (urb.ended) return;
-    urb.ended = true;
-    const std::size_t room = urb.length - urb.received_at;
-    urb.status = status == 0 && urb.received.size() > room ? -EOVERFLOW : status;
-    if (urb.received.size() > room) urb.received.resize(room);
-    if (status != 0) urb.actual = 0;
-    const auto place =
-        std::find_if(pending_.begin(), pending_.end(), [&](const auto& each) { return each.get() == &urb; });
-    completed_.splice(completed_.end(), pending_, place);
-    show_whether_reapable();
-}
-
-void UsbfsNode::end_where(const std::function<bool(const Urb&)>& chosen, int status) {
-    Urbs ended;
-    {
-        const std::lock_guard lock(mutex_);
-        for (const auto& urb : pending_)
-            if (chosen(*urb)) ended.push_back(urb);
-        for (const auto& urb : ended)
-            end(*urb, status);
-    }
-    for (const auto& urb : ended)
-        if (urb->is_bulk_in()) model_.bulk_in_cancelled(static_cast<std::uint8_t>(urb->endpoint), *urb);
-}
-
-void UsbfsNode::show_whether_reapable() {
-    if (slave_ >= 0) tcflow(slave_, completed_.empty() ? TCOOFF : TCOON);
-}
-
-// ---------------------------------------------------------------------------------------------------------------
+// ---------------------------------------------------------------------------------------------------
 // Requests about interfaces
 
 UsbfsNode::Interface* UsbfsNode::claimed(const Client& client, unsigned number) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Writes the resource directory that the simulated cameras boot from: for every row of the camera table a firmware file
-// and an FPGA image. They hold nothing but what the simulated devices check, and filling.
+// Writes the resource directory that the simulated cameras boot from: for every row of the camera table a
+// firmware file and an FPGA image. They hold nothing but what the simulated devices check, and filling.
 #include <zlib.h>
 
 #include <cstdint>
@@ -29,7 +29,8 @@ constexpr std::size_t kRecordBytes = 16;
 Bytes filling(const Model& model, std::size_t size) {
     std::minstd_rand numbers(model.row->product_id * 16u + model.release + 1u);
     Bytes bytes(size);
-    for (std::uint8_t& byte : bytes) byte = static_cast<std::uint8_t>(numbers() >> 8);
+    for (std::uint8_t& byte : bytes)
+        byte = static_cast<std::uint8_t>(numbers() >> 8);
     return bytes;
 }
 
@@ -60,7 +61,8 @@ void write_hex_record(std::ofstream& file, std::uint16_t address, std::uint8_t t
                  static_cast<std::uint8_t>(address), type};
     record.insert(record.end(), data.begin(), data.end());
     std::uint8_t sum = 0;
-    for (const std::uint8_t byte : record) sum = static_cast<std::uint8_t>(sum + byte);
+    for (const std::uint8_t byte : record)
+        sum = static_cast<std::uint8_t>(sum + byte);
     record.push_back(static_cast<std::uint8_t>(-sum));
     file << ':';
     for (const std::uint8_t byte : record) {
@@ -75,7 +77,8 @@ void write_firmware(const std::filesystem::path& path, const Bytes& image) {
     std::ofstream file(path);
     for (std::size_t at = 0; at < image.size(); at += kRecordBytes) {
         const std::size_t end = std::min(at + kRecordBytes, image.size());
-        const Bytes data(image.begin() + static_cast<std::ptrdiff_t>(at), image.begin() + static_cast<std::ptrdiff_t>(end));
+        const Bytes data(image.begin() + static_cast<std::ptrdiff_t>(at),
+                         image.begin() + static_cast<std::ptrdiff_t>(end));
         write_hex_record(file, static_cast<std::uint16_t>(at), 0, data);
     }
     write_hex_record(file, 0, 1, {});
@@ -99,11 +102,13 @@ int main(int argc, char** argv) {
         return 2;
     }
     if (!set_resource_root(argv[1])) return 1;
-    for (int i = camera_id_count - 1; i >= 0; --i) {  // the first of several releases that share a file writes it last
+    for (int i = camera_id_count - 1; i >= 0;
+         --i) {  // the first of several releases that share a file writes it last
         const Model model = tovix::simulator::model_of_row(i);
         const std::filesystem::path firmware = resource_path(model.row->firmware_file, model.release).text;
         std::filesystem::create_directories(firmware.parent_path());
         write_firmware(firmware, firmware_image(model));
-        if (model.has_fpga()) write_fpga_image(resource_path(model.row->fpga_file, model.release).text, model);
+        if (model.has_fpga())
+            write_fpga_image(resource_path(model.row->fpga_file, model.release).text, model);
     }
 }

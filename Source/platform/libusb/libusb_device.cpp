@@ -60,9 +60,9 @@ void LibusbDevice::close() {
     transfers_.close();
     context_->stop_events();
     release_all();
-    if (handle_lost_) static_cast<void>(handle_.release());  // closing it would end the process
+    if (handle_spoilt_) static_cast<void>(handle_.release());
     handle_.reset();
-    handle_lost_ = false;
+    handle_spoilt_ = false;
 }
 
 IOReturn LibusbDevice::configuration_descriptor(UInt8 index, IOUSBConfigurationDescriptor& head) {
@@ -95,7 +95,6 @@ IOReturn LibusbDevice::set_configuration(UInt8 value) {
     std::vector<UInt8> numbers;
     if (const IOReturn status = interfaces(numbers); status != 0) return status;
     release_all();
-    if (handle_lost_) return kIOReturnNoDevice;
     for (const UInt8 number : numbers)
         detach_driver(handle_.get(), number);
     const int error = libusb_set_configuration(handle_.get(), value);
@@ -147,8 +146,7 @@ IOReturn LibusbDevice::claim_all(libusb_device_handle* handle) {
 void LibusbDevice::release_all() {
     const std::lock_guard lock(mutex_);
     for (const Interface& each : interfaces_)
-        if (!handle_lost_)
-            static_cast<void>(libusb_release_interface(handle_.get(), each.number));  // or it has left
+        static_cast<void>(libusb_release_interface(handle_.get(), each.number));  // or the device has left
     interfaces_.clear();
 }
 

@@ -72,8 +72,8 @@ class LibusbDevice final : public HostDevice {
     const std::shared_ptr<LibusbContext> context_;  // outlives everything below
     const std::unique_ptr<libusb_device, Unreference> device_;
     const DeviceIdentity identity_;
-    Handle handle_;             // null: not open
-    bool handle_lost_ = false;  // libusb will never let go of the handle's lock: see choose_alternate()
+    Handle handle_;               // null: not open
+    bool handle_spoilt_ = false;  // must not be closed: see choose_alternate()
     Transfers transfers_;
 
     std::mutex mutex_;  // guards the table, which transfers read while another thread uses another pipe

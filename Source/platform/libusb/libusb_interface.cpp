@@ -106,16 +106,16 @@ IOReturn LibusbDevice::abort_pipe(UInt8 interface_number, UInt8 pipe) {
     return kIOReturnSuccess;
 }
 
-// libusb 1.0.26 refuses a device that it knows to have left while it keeps the handle's lock: the next call
-// for the handle hangs, and closing it ends the process. Asking for the kernel's driver is safe and tells
+// When libusb 1.0.26 already knows that the device has left, it unlocks a mutex of the handle that it has not
+// locked, and closing the handle then ends the process. Asking for the kernel's driver is safe and tells
 // whether the device has left. If it leaves between the two calls, an untouched errno tells that libusb did
-// not get as far as the kernel; the handle is then good for nothing but to be left alone.
+// not get as far as the kernel.
 int LibusbDevice::choose_alternate(UInt8 interface_number, UInt8 setting) {
     if (libusb_kernel_driver_active(handle_.get(), interface_number) == LIBUSB_ERROR_NO_DEVICE)
         return LIBUSB_ERROR_NO_DEVICE;
     errno = 0;
     const int error = libusb_set_interface_alt_setting(handle_.get(), interface_number, setting);
-    if (error == LIBUSB_ERROR_NO_DEVICE && errno == 0) handle_lost_ = true;
+    if (error == LIBUSB_ERROR_NO_DEVICE && errno == 0) handle_spoilt_ = true;
     return error;
 }
 

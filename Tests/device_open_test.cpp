@@ -1,0 +1,257 @@
+// SPDX-License-Identifier: Apache-2.0
+// Opening, enumerating and closing cameras.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "search.h"
+#include "simulated_bus.h"
+#include "stderr_capture.h"
+
+namespace {
+
+using namespace tovix::test;
+using tovix::platform::Operation;
+
+bool contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+TEST(Open, ColourCodesDecideTheLayout) {
+    const struct {
+        std::uint32_t code, is_color, color_id;
+        const char* printed;
+    } cases[] = {{0, 0, 0, ""},
+                 {5, 0, 0, ""},
+                 {24, 1, 8, "format: rggb\n"},
+                 {13, 1, 9, "format: grbg\n"},
+                 {10, 1, 10, "format: gbrg\n"},
+                 {27, 1, 11, "format: bggr\n"},
+                 {7, 0, 0, "error: unsupported image format 7\n"},
+                 {0xFFFFFFFF, 0, 0, "error: unsupported image format FFFFFFFF\n"}};
+    for (const auto& [code, is_color, color_id, printed] : cases) {
+        SimulatedBus bus;
+        Port& port = bus.attach();
+        port.access()->faults().plant({.place = Place::kRegisterRead,
+                                       .kind = FaultKind::kHostileValue,
+                                       .address = TOVIX_FO_COLOR_INQ,
+                                       .times = Fault::kForEver,
+                                       .value = code});
+        const std::string text = printed_by([&] {
+            OpenCamera camera;
+            EXPECT_EQ(tovix_is_color(camera), static_cast<int>(is_color)) << code;
+            EXPECT_EQ(camera->color_id, color_id);
+        });
+        EXPECT_TRUE(contains(text, printed)) << code << ": " << text;
+        EXPECT_EQ(contains(text, "format"), *printed != '\0');
+        EXPECT_EQ(port.access()->registers().read(TOVIX_FO_COLOR_ID), color_id) << "told to the camera";
+    }
+}
+
+TEST(Open, DataRatesComeInPairs) {
+    for (const char* model : {"mira13c", "atlas13c"}) {
+        for (const std::uint16_t count : std::initializer_list<std::uint16_t>{0, 1, 2, 5, 1000}) {
+            SimulatedBus bus;
+            Port& port = bus.attach(model, DeviceOptions::State::kReady, [&](DeviceOptions& options) {
+                options.camera.data_rates.clear();
+                for (std::uint16_t i = 0; i < count; ++i)
+                    options.camera.data_rates.push_back(static_cast<std::uint16_t>(100 + i));
+            });
+            OpenCamera camera;
+            std::vector<std::uint32_t> rates(2000, 7);
+            ASSERT_EQ(tovix_count_available_data_rates(camera), count);
+            EXPECT_EQ(tovix_enum_available_data_rates(camera, rates.data(), 2000), count);
+            for (std::uint32_t i = 0; i < count; ++i)
+                EXPECT_EQ(rates[i], 100 + i);
+            EXPECT_EQ(rates[count], 7u) << "nothing beyond the last";
+            EXPECT_EQ(tovix_enum_available_data_rates(camera, rates.data(), 0), 0);
+            EXPECT_EQ(tovix_enum_available_data_rates(camera, rates.data(), -3), -3);
+            if (count == 0) continue;
+            // With an FPGA the last rate is the default, without one the first.
+            const bool has_fpga = std::string_view(model) == "mira13c";
+            EXPECT_EQ(port.access()->registers().read(TOVIX_FO_KPS), has_fpga ? 99u + count : 100u);
+        }
+    }
+}
+
+TEST(Open, ACountBeyondAnyCameraIsUnreadable) {
+    SimulatedBus bus;
+    bus.attach().access()->faults().plant({.place = Place::kRegisterRead,
+                                           .kind = FaultKind::kHostileValue,
+                                           .address = TOVIX_FO_KPS_ARRAY_CNT,
+                                           .times = Fault::kForEver,
+                                           .value = 65'536});
+    _tovix* camera = nullptr;
+    tovix_version wanted{.reserved = 0,
+                         .product_id = 0x0113,
+                         .serial_number = 0,
+                         .release_number = 0,
+                         .firmware_version = 0,
+                         .high_speed = 0};
+    const std::string text = printed_by([&] { EXPECT_EQ(tovix_camera_open(&camera, &wanted), 0); });
+    EXPECT_EQ(camera, nullptr);
+    EXPECT_TRUE(contains(
+        text, "error: unable to read param 'TOVIX_FO_KPS_ARRAY_CNT'\nerror: unable to open usb device\n"))
+        << text;
+}
+
+TEST(Open, FanFollowsTheTemperatureControl) {
+    const struct {
+        std::uint32_t temperature, fan, fan_after;
+    } cases[] = {{0x80008000, 0x80000000, 0x80008000},
+                 {0x80000000, 0x80008123, 0x80000123},
+                 {0x80008000, 0x80008000, 0x80008000},
+                 {0x00008000, 0x80000000, 0x80000000}};
+    for (const auto& [temperature, fan, fan_after] : cases) {
+        SimulatedBus bus;
+        Port& port = bus.attach();
+        std::vector<std::string> writes;
+        {
+            auto device = port.access();
+            device->faults().plant({.place = Place::kRegisterRead,
+                                    .kind = FaultKind::kHostileValue,
+                                    .address = TOVIX_TEMPERATURE,
+                                    .times = Fault::kForEver,
+                                    .value = temperature});
+            device->registers().write(TOVIX_FAN, fan);
+            device->set_observer([&](const tovix::simulator::Transfer& transfer) {
+                if (transfer.setup.request_type == 0x40 && transfer.setup.index == TOVIX_FAN)
+                    writes.push_back(transfer.text());
+            });
+        }
+        OpenCamera camera;
+        EXPECT_EQ(port.access()->registers().read(TOVIX_FAN), fan_after);
+        EXPECT_EQ(writes.size(), fan == fan_after ? 0u : 1u) << std::hex << temperature << " " << fan;
+    }
+}
+
+TEST(Open, ChoosesBySerialNumberAndProduct) {
+    SimulatedBus bus;
+    for (const char* model : {"mira13c", "mira13m", "mira13c", "lyra14c-2", "atlas13c"})
+        bus.attach(model);
+    tovix_version records[5] = {};
+    std::uint32_t count = 2;
+    EXPECT_EQ(tovix_enum_cameras(records, &count), 5) << "more than there is room for";
+    EXPECT_EQ(count, 5u);
+    EXPECT_EQ(records[2].product_id, 0u) << "nothing beyond the room";
+    EXPECT_EQ(tovix_enum_cameras(records, &count), 5);
+    for (const tovix_version& record : records) {
+        _tovix* camera = nullptr;
+        ASSERT_EQ(tovix_camera_open(&camera, &record), 0);
+        ASSERT_NE(camera, nullptr);
+        tovix_version opened{};
+        EXPECT_EQ(tovix_get_version(camera, &opened), 0);
+        EXPECT_EQ(std::memcmp(&opened, &record, sizeof record), 0);
+        EXPECT_EQ(tovix_camera_close(&camera), 0);
+        EXPECT_EQ(camera, nullptr);
+    }
+    _tovix* camera = nullptr;
+    tovix_version wanted = records[0];
+    wanted.serial_number = 77;
+    EXPECT_EQ(tovix_camera_open(&camera, &wanted), 0);
+    EXPECT_EQ(camera, nullptr) << "no camera has that serial number";
+    EXPECT_EQ(tovix_camera_open_by_pid(&camera, 0x8114), 0) << "bit 15 does not count";
+    ASSERT_NE(camera, nullptr);
+    char name[8] = "untouch";
+    EXPECT_EQ(printed_by([&] { EXPECT_EQ(tovix_get_model_name(camera, name, 7), TOVIX_EINVAL); }),
+              "error: provided string is too small for model name");
+    EXPECT_STREQ(name, "untouch");
+    EXPECT_EQ(tovix_get_model_name(camera, name, -1), TOVIX_EINVAL);
+    EXPECT_EQ(tovix_get_model_name(camera, name, 8), 0);
+    EXPECT_STREQ(name, "mira13m");
+    // An open camera is somebody's: enumeration reports it and goes on.
+    EXPECT_TRUE(contains(printed_by([&] { EXPECT_EQ(tovix_enum_cameras(records, &count), 4); }),
+                         "usb_open_device: usb device open error: Device or resource busy\n"
+                         "error: unable to open USB device during enumeration\n"));
+    tovix_camera_close(&camera);
+    EXPECT_EQ(printed_by([&] { EXPECT_EQ(tovix_camera_open_by_pid(&camera, 0x7777), -1); }),
+              "error: unable to find specified camera");
+    EXPECT_EQ(tovix_camera_open(&camera, nullptr), -1);
+    EXPECT_EQ(tovix_camera_open(nullptr, &wanted), -1);
+    EXPECT_EQ(tovix_camera_close(nullptr), 0);
+    EXPECT_EQ(tovix_enum_cameras(nullptr, &count), -1);
+}
+
+TEST(Open, WithoutCamerasThereIsNothing) {
+    SimulatedBus bus;
+    std::uint32_t count = 3;
+    tovix_version records[3];
+    EXPECT_EQ(tovix_enum_cameras(records, &count), 0);
+    EXPECT_EQ(count, 0u);
+    _tovix* camera = nullptr;
+    EXPECT_EQ(tovix_camera_open_any(&camera), -1);
+    EXPECT_EQ(tovix_camera_open_by_pid(&camera, 0x0113), 0);
+    EXPECT_EQ(camera, nullptr);
+}
+
+/// A bring-up, enumeration and open, with whatever results it has.
+void visit_cameras(SimulatedBus&) {
+    usb_init = 0;
+    tovix_init(TOVIX_RESOURCES);
+    tovix_version records[4];
+    std::uint32_t count = 4;
+    tovix_enum_cameras(records, &count);
+    _tovix* camera = nullptr;
+    if (tovix_camera_open_any(&camera) == 0 && camera != nullptr) {
+        const _tovix_frame_format format{.x_offset = 0,
+                                         .y_offset = 0,
+                                         .width = 640,
+                                         .height = 480,
+                                         .pixel_format = 0,
+                                         .subsample_x = 1,
+                                         .reserved_x = 0,
+                                         .subsample_y = 1,
+                                         .reserved_y = 0};
+        tovix_set_video_format(camera, &format);
+        tovix_camera_close(&camera);
+    }
+}
+
+TEST(Open, AnyFailingOperationLeavesNoObjectBehind) {
+    // Every platform operation of a bring-up fails once, in every way that an operation can be refused. The
+    // bus's destructor counts the objects that are left over.
+    for (const IOReturn status :
+         {kIOReturnError, kIOReturnNoDevice, kIOReturnNoMemory, kIOReturnExclusiveAccess}) {
+        std::uint64_t operations = 1;
+        for (std::uint32_t step = 0; step < operations; ++step) {
+            SimulatedBus bus;
+            bus.attach("mira13c", DeviceOptions::State::kBare);
+            if (step % 2 == 0) bus.attach("atlas13c", DeviceOptions::State::kReady);
+            bus->plant({.operation = Operation::kCount, .skip = step, .times = 1, .status = status});
+            StderrCapture quiet;
+            visit_cameras(bus);
+            operations = bus->operations();
+            // Once the trouble is over, the next camera opens as if nothing had been.
+            bus->clear_faults();
+            bus->step(2'000'000);  // a device that got its firmware may still be on its way back
+            visit_cameras(bus);
+            const std::string printed = quiet.text();
+            _tovix* camera = nullptr;
+            EXPECT_EQ(tovix_camera_open_by_pid(&camera, 0x0113), 0);
+            EXPECT_NE(camera, nullptr)
+                << "after operation " << step << " failed with " << std::hex << status << "\n"
+                << printed;
+            tovix_camera_close(&camera);
+        }
+        EXPECT_GT(operations, 100u);
+    }
+}
+
+TEST(Open, ADeviceThatFailsAtAnyTransferIsLeftCleanly) {
+    for (const FaultKind kind : {FaultKind::kStall, FaultKind::kTimeout, FaultKind::kShortAnswer,
+                                 FaultKind::kEmptyAnswer, FaultKind::kUnplug, FaultKind::kReplug}) {
+        for (const Place place :
+             {Place::kMemoryWrite, Place::kRegisterRead, Place::kRegisterWrite, Place::kDescriptor,
+              Place::kSetConfiguration, Place::kSetAlternate, Place::kClearHalt, Place::kBulkOut}) {
+            for (std::uint32_t skip = 0; skip < 60; skip += 1 + skip / 8) {
+                SimulatedBus bus;
+                Port& port = bus.attach("mira13c", DeviceOptions::State::kBare);
+                port.access()->faults().plant({.place = place, .kind = kind, .skip = skip});
+                StderrCapture quiet;
+                visit_cameras(bus);
+            }
+        }
+    }
+}
+
+}  // namespace

@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: Apache-2.0
+// A simulated bus for the time of a test. Fails the test when platform objects are left over.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "backend.h"
+#include "simulation.h"
+#include "tovixapi/tovixapi.h"
+
+namespace tovix::test {
+
+using simulator::Device;
+using simulator::DeviceOptions;
+using simulator::Fault;
+using simulator::FaultKind;
+using simulator::Pace;
+using simulator::Place;
+using simulator::Port;
+
+class SimulatedBus {
+  public:
+    explicit SimulatedBus(Pace pace = Pace::kStepped) : bus_(pace) { tz_platform_select(&bus_); }
+    ~SimulatedBus() {
+        tz_platform_select(nullptr);
+        EXPECT_EQ(tz_platform_objects_alive(), objects_before_) << "platform objects left over";
+    }
+    SimulatedBus(const SimulatedBus&) = delete;
+    SimulatedBus& operator=(const SimulatedBus&) = delete;
+
+    /// A camera of that model; ready to be opened unless told otherwise.
+    Port& attach(std::string_view model = "mira13c",
+                 DeviceOptions::State state = DeviceOptions::State::kReady,
+                 const std::function<void(DeviceOptions&)>& change = {}) {
+        DeviceOptions options;
+        simulator::Model found;
+        EXPECT_TRUE(simulator::find_model(model, found)) << model;
+        options.camera = simulator::CameraSetup::of(found);
+        options.camera.serial_number = ++serial_;
+        options.camera.noise = 0;
+        options.state = state;
+        if (change) change(options);
+        return *ports_.emplace_back(bus_.plug_in(std::move(options)));
+    }
+
+    simulator::Bus* operator->() { return &bus_; }
+
+  private:
+    simulator::Bus bus_;
+    const long objects_before_ = tz_platform_objects_alive();
+    std::vector<std::shared_ptr<Port>> ports_;
+    std::uint32_t serial_ = 0;
+};
+
+/// An open camera, closed when it goes out of scope.
+class OpenCamera {
+  public:
+    OpenCamera() {
+        EXPECT_EQ(tovix_camera_open_any(&handle_), 0);
+        EXPECT_NE(handle_, nullptr);
+    }
+    ~OpenCamera() { tovix_camera_close(&handle_); }
+    OpenCamera(const OpenCamera&) = delete;
+    OpenCamera& operator=(const OpenCamera&) = delete;
+    operator _tovix*() const { return handle_; }
+    _tovix* operator->() const { return handle_; }
+
+  private:
+    _tovix* handle_ = nullptr;
+};
+
+/// Let simulated time pass in steps until `done`, or fail after a generous real time.
+bool step_until(SimulatedBus& bus, const auto& done, std::int64_t step_us = 100'000) {
+    const auto give_up = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (!done()) {
+        if (std::chrono::steady_clock::now() > give_up) return false;
+        bus->step(step_us);
+        std::this_thread::yield();
+    }
+    return true;
+}
+
+}  // namespace tovix::test

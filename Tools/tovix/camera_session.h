@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: Apache-2.0
+// The library for the time of one command: the bus, the cameras on it, and the choice of one.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "camera.h"
+#include "camera_list.h"
+#include "quiet_stderr.h"
+
+struct SimulatedCamera {
+    std::string model;                // empty: the first model
+    std::uint32_t serial_number = 0;  // 0: the next one that is free
+};
+
+/// What stands in front of the command.
+struct GlobalOptions {
+    std::vector<SimulatedCamera> simulated;  // none: the host's bus
+    std::string resources;                   // resource directory; empty: the usual one
+    bool verbose = false;
+};
+
+class CameraSession {
+  public:
+    enum class Marks : bool { kNone, kInFrames };
+
+    /// Bring the attached cameras up and list them; several seconds when one has no firmware yet. There is at
+    /// least one camera afterwards. `marks` asks simulated cameras to number their frames in the pixels.
+    /// Throws Failure.
+    CameraSession(const GlobalOptions& options, QuietStderr& quiet, Marks marks = Marks::kNone);
+    ~CameraSession();
+    CameraSession(const CameraSession&) = delete;
+    CameraSession& operator=(const CameraSession&) = delete;
+
+    const std::vector<ListedCamera>& cameras() const { return cameras_; }
+
+    /// Open the camera that `selector` names, see select_camera(). Throws Failure. The session outlives the
+    /// camera.
+    Camera open(const std::string& selector) const;
+
+  private:
+    void attach(const SimulatedCamera& camera, Marks marks) const;
+    void start_up(const GlobalOptions& options);
+
+    QuietStderr& quiet_;
+    std::vector<ListedCamera> cameras_;
+    bool simulated_;
+};

@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "camera_stream.h"
+
+namespace {
+
+/// How late the watchdog may be.
+constexpr auto kWatchPeriod = std::chrono::milliseconds(20);
+
+}  // namespace
+
+CameraStream::CameraStream(const Camera& camera, Clock::duration frame_limit)
+    : camera_(camera), frame_limit_(frame_limit) {
+    const char* const advice = "close other programs that use it, or plug it in again";
+    if (const std::int32_t result = tovix_enable_streaming(camera.handle()); result < 0)
+        throw camera_.quiet().failure("cannot prepare the stream", result, advice);
+    if (const std::int32_t result = tovix_start_streaming(camera.handle()); result < 0) {
+        tovix_disable_streaming(camera.handle());
+        throw camera_.quiet().failure("cannot start the stream", result, advice);
+    }
+    try {
+        watchdog_ = std::jthread([this](const std::stop_token& finished) { watch(finished); });
+    } catch (...) {  // no destructor runs for what was not made whole
+        tovix_stop_streaming(camera.handle());
+        tovix_disable_streaming(camera.handle());
+        throw;
+    }
+}
+
+CameraStream::~CameraStream() {
+    watchdog_.request_stop();
+    watchdog_.join();
+    if (!stopped_) tovix_stop_streaming(camera_.handle());
+    tovix_disable_streaming(camera_.handle());
+}
+
+std::optional<HeldFrame> CameraStream::next() {
+    camera_.quiet().forget_when_many();
+    if (end_ != End::kNone) return {};
+    wait_ends_ = Clock::now() + frame_limit_;
+    const std::int32_t index = tovix_wait_for_capture_to_buffer(camera_.handle());
+    wait_ends_ = Clock::time_point::max();
+    if (index >= 0) return HeldFrame(camera_.handle(), index);
+    End none = End::kNone;
+    end_.compare_exchange_strong(none, End::kCameraGone);  // unless the watchdog knows better
+    return {};
+}
+
+void CameraStream::watch(const std::stop_token& finished) {
+    while (!finished.stop_requested()) {
+        const bool signalled = StopSignals::came();
+        if (signalled || Clock::now() > wait_ends_.load()) {
+            why_late_ = camera_.quiet().last_error();  // stopping has messages of its own
+            End none = End::kNone;
+            end_.compare_exchange_strong(none, signalled ? End::kSignal : End::kTooLong);
+            tovix_stop_streaming(camera_.handle());
+            stopped_ = true;
+            return;
+        }
+        std::this_thread::sleep_for(kWatchPeriod);
+    }
+}
+
+Failure CameraStream::failure(const std::string& done) const {
+    switch (end_.load()) {
+        case End::kSignal:
+            return Failure("interrupted " + done);
+        case End::kTooLong:
+            return Failure(
+                text("no frame came within %g s, ", std::chrono::duration<double>(frame_limit_).count()) +
+                done + (why_late_.empty() ? "" : ": " + why_late_) +
+                "; allow more with --timeout, or plug the camera in again");
+        default:
+            return Failure(
+                "the camera is gone or sends nothing whole, " + done +
+                "; check the cable and plug the camera in again, or run with --verbose to see each step");
+    }
+}

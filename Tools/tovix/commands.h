@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: Apache-2.0
+// The commands of the tool and what can be asked of each. A command prints its answer on standard output and
+// throws Failure when it cannot.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "camera_session.h"
+#include "file_names.h"
+
+struct ListOptions {
+    bool json = false;
+};
+
+struct InfoOptions {
+    std::string camera;  // selector; empty: the first
+    bool json = false;
+};
+
+/// Two numbers of one option: a size, an offset, or subsampling factors.
+struct NumberPair {
+    std::uint16_t first, second;
+};
+
+struct CaptureOptions {
+    std::string camera;
+    std::uint32_t count = 1;
+    std::string output;  // file name or pattern, see frame_name()
+    ImageKind kind = ImageKind::kPng;
+    std::optional<NumberPair> size;    // sensor pixels, before subsampling
+    std::optional<NumberPair> offset;  // sensor pixels
+    std::optional<NumberPair> subsampling;
+    std::optional<std::uint32_t> data_rate;
+    double timeout_s = 10;  // for one frame
+};
+
+struct StreamOptions {
+    std::string camera;
+    std::uint32_t count = 0;  // 0: no limit
+    double seconds = 0;       // 0: no limit
+    bool stats = false;
+    bool json = false;
+    bool to_stdout = false;  // the frames, instead of the answer
+    double timeout_s = 10;   // for one frame
+};
+
+void run(const ListOptions& options, const GlobalOptions& global, QuietStderr& quiet);
+void run(const InfoOptions& options, const GlobalOptions& global, QuietStderr& quiet);
+void run(const CaptureOptions& options, const GlobalOptions& global, QuietStderr& quiet);
+void run(const StreamOptions& options, const GlobalOptions& global, QuietStderr& quiet);

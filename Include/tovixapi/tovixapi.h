@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: Apache-2.0 */
 /**
- * The C interface of the Tovix SDK: find cameras, bring them up, control them, stream raw frames. C11 and
- * C++.
+ * The C interface of the Tovix SDK: find cameras, bring them up, control them, stream raw frames, convert
+ * them to images. C11 and C++.
  *
  * Conventions
  *   - A call returns a signed 32-bit result: 0, a count or an index on success, a negative value on failure
@@ -75,9 +75,11 @@ typedef struct _tovix_frame_format {
 /** Bits of tovix_image_format.flags: how the colour filter lies over the frame. */
 enum {
     TOVIX_IMAGE_MONO = 1,          /**< monochrome sensor */
-    TOVIX_IMAGE_SECOND_FAMILY = 2, /**< second family of colour codes (24 to 31) */
+    TOVIX_IMAGE_SECOND_FAMILY = 2, /**< second family of colour codes (24 to 31). In a conversion: 16-bit
+                                      samples have their least significant byte first, not last */
     TOVIX_IMAGE_BLUE_ROW = 4,      /**< the first row holds blue and green */
-    TOVIX_IMAGE_GREEN_FIRST = 8    /**< the first pixel of the first row is green */
+    TOVIX_IMAGE_GREEN_FIRST = 8,   /**< the first pixel of the first row is green */
+    TOVIX_IMAGE_ROWS_REVERSED = 16 /**< in a conversion: reverse the order of rows once more */
 };
 
 /** Description of a captured frame. */
@@ -89,9 +91,48 @@ typedef struct tovix_image_format {
     uint32_t image_size;         /**< bytes in one frame */
     uint32_t flags;              /**< TOVIX_IMAGE_* bits */
     uint32_t unused_6_to_8[3];   /**< left as the caller passed them */
-    uint32_t reserved;           /**< 0 */
+    uint32_t reserved;           /**< 0. In a conversion, a low byte other than 0: the frame is interlaced,
+                                      even rows of the picture first, then the odd ones */
     uint32_t unused_10_to_12[3]; /**< left as the caller passed them */
 } tovix_image_format;
+
+/** How the missing colours of a frame are filled in. */
+enum {
+    TOVIX_DEMOSAIC_NONE = 0,       /**< not at all: the raw mosaic as grey */
+    TOVIX_DEMOSAIC_NEAREST = 1,    /**< copies of neighbours: the fastest */
+    TOVIX_DEMOSAIC_EDGE = 2,       /**< averages, green along edges */
+    TOVIX_DEMOSAIC_ZURNO = 3,      /**< the finest; only in the parameters of a conversion */
+    TOVIX_DEMOSAIC_QUELT = 8,      /**< smooth, nearly as fast as nearest */
+    TOVIX_DEMOSAIC_FOUR_COLOUR = 9 /**< 32-bit images of 8-bit frames get four planes, other images QUELT;
+                                      none for 48-bit images and for 24-bit ones of interlaced 8-bit frames */
+};
+
+/** Colour-correction matrices. 1 to 13 are the model's; a default one where it has none of that number. */
+enum {
+    TOVIX_MATRIX_NONE = 0,        /**< no matrix, and so no hue, saturation, gain and white balance */
+    TOVIX_MATRIX_MODEL = 1,       /**< the first of the model's own */
+    TOVIX_MATRIX_IDENTITY = 14,   /**< only hue, saturation, gain and white balance */
+    TOVIX_MATRIX_CUSTOM = 15,     /**< the application's own */
+    TOVIX_MATRIX_CUSTOM_ONLY = 16 /**< the same without hue, saturation, gain and white balance */
+};
+
+/**
+ * Settings for one conversion. The short form ends after `correction_matrix` and leaves everything else to
+ * the settings of the camera; the full form overrides all of them but the look-up table. Numbers are finite.
+ */
+typedef struct tovix_conversion_params {
+    uint32_t size;              /**< bytes of this record: 12 (short form) or 44 (full form) */
+    uint32_t demosaic_method;   /**< TOVIX_DEMOSAIC_* */
+    uint32_t correction_matrix; /**< TOVIX_MATRIX_*, or 2 to 13 */
+    uint32_t flip_x;            /**< not 0: mirror each row */
+    uint32_t flip_y;            /**< not 0: last row first */
+    float hue;                  /**< rotation of the colours, degrees */
+    float saturation;           /**< 1.0 is neutral; above 0.05 where colour_gains is not 0 */
+    uint32_t colour_gains;      /**< what the next three are; not 0: gains of red, green and blue */
+    float gain_or_red;          /**< gain of the luminance, or of red; 1.0 is neutral */
+    float wb_u_or_green;        /**< white balance, blue-yellow, hundredths (0: neutral); or gain of green */
+    float wb_v_or_blue;         /**< the same for red-cyan; or gain of blue */
+} tovix_conversion_params;
 
 /** One row of the camera table: a model that the library supports. */
 typedef struct camera_id {
@@ -313,6 +354,38 @@ TOVIX_API uint8_t* tovix_get_buffer_address(_tovix* camera, int32_t index);
 /** Not provided: TOVIX_ENOTSUP. */
 TOVIX_API int32_t tovix_get_buffer_status(_tovix* camera, int32_t index);
 TOVIX_API int32_t tovix_get_buffer_acquired_size(_tovix* camera, int32_t index);
+
+/* ---- Conversion -------------------------------------------------------------------------------------- */
+
+/**
+ * Convert a frame to a 24-bit image with the camera's conversion object, which the first call makes (see
+ * tz_usb_create_vorm()). The table, the matrix and whatever `params` leaves open come from its settings.
+ *
+ * Only while the stream runs and is not being stopped. Blocks for the conversion; no bus traffic.
+ *
+ * @param dst           receives `height` rows of `width` pixels of 3 bytes: red, green, blue. Unpadded, but
+ *                      rows of frames that are not interlaced are padded to a multiple of 4 bytes where the
+ *                      image is grey: monochrome frames, and others with TOVIX_DEMOSAIC_NONE. Padding is not
+ *                      written.
+ * @param src           the frame, unpadded
+ * @param image_format  the frame's description, as tovix_get_image_format() gives it: an even width and
+ *                      height, pixel_format 0 or 1. Null stands for a frame of 0 x 0 pixels.
+ * @param params        settings for this conversion, or null
+ * @return 0; TOVIX_EINVAL when the stream does not run, and for a record of the wrong size; TOVIX_EMODEL when
+ *         the frame cannot be converted in this way, and from the first call for a model without matrices;
+ *         TOVIX_ENOMEM when the conversion object cannot be made. After a failure `dst` is as it was.
+ */
+TOVIX_API int32_t tovix_convert_frame_to_rgb(_tovix* camera, uint8_t* dst, const uint8_t* src,
+                                             const tovix_image_format* image_format,
+                                             const tovix_conversion_params* params);
+
+/**
+ * Make the camera's conversion object, with the matrices of its model, unless it has one. Closing the camera
+ * frees it.
+ * @return 0, also when there is one already; TOVIX_ENOMEM; TOVIX_EMODEL or TOVIX_EINVAL when the model has no
+ *         matrices: the camera then has an object that uses the default one.
+ */
+TOVIX_API int32_t tz_usb_create_vorm(_tovix* camera);
 
 /* ---- Transport and registers
  * ---------------------------------------------------------------------------------- */

@@ -6,6 +6,7 @@
 
 #include "report.h"
 #include "search.h"
+#include "tovixapi/vorm.h"
 
 namespace {
 
@@ -125,6 +126,7 @@ std::int32_t tovix_camera_close(_tovix** camera) {
     if (closed->stream.stream_running) tovix_stop_streaming(closed);
     tovix_disable_streaming(closed);
     usb_close_device(closed);
+    delete closed->vorm;
     delete closed;
     return TOVIX_OK;
 }

@@ -1,0 +1,356 @@
+// SPDX-License-Identifier: Apache-2.0
+// Every exported kernel, byte for byte: against the plain reference over all phases, flips, row orders, byte
+// orders and tables, and against values worked out by hand.
+#include <gtest/gtest.h>
+#include <tovixapi/kernels.h>
+
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <random>
+#include <string>
+#include <tuple>
+#include <type_traits>
+
+#include "color_reference.h"
+
+namespace {
+
+using reference::Method;
+using reference::Mosaic;
+using Bytes = std::vector<std::uint8_t>;
+
+Bytes random_bytes(std::size_t count, unsigned seed, unsigned levels) {
+    std::mt19937 random(seed);
+    Bytes bytes(count);
+    for (auto& byte : bytes)
+        byte = static_cast<std::uint8_t>(random() % levels);
+    return bytes;
+}
+
+const Bytes kTable = random_bytes(2 * 65536, 7, 256);
+
+/// What a kernel is told. Flags go by letters: r(ed row first), g(reen first), f(lip x), t(op down),
+/// i(nterlaced), m(sb first), l(ook-up table).
+struct Case {
+    int width, height;
+    std::string flags;  // that are set
+    Bytes frame;        // exactly as long as the kernel may read
+
+    bool has(char flag) const { return flags.find(flag) != std::string::npos; }
+};
+
+/// Hands a kernel what each of its parameters asks for: sizes and pointers in their order, flags by the
+/// letters.
+struct Supplier {
+    const Case& c;
+    const char* letters;
+    const void* source;
+    int sizes = 0;
+
+    template <class T>
+    T next() {
+        if constexpr (std::is_pointer_v<T>) {
+            const void* const pointer = source ? source : c.has('l') ? kTable.data() : nullptr;
+            source = nullptr;
+            return static_cast<T>(pointer);
+        } else if constexpr (std::is_unsigned_v<T>) {
+            return static_cast<T>(sizes++ == 0 ? c.width : c.height);
+        } else {
+            constexpr std::array kTrue{1, 2, -1, 0x100};  // anything but 0 is the same
+            const char letter = *letters++;
+            return c.has(letter) ? kTrue[static_cast<std::size_t>(letter + c.width / 2) % kTrue.size()] : 0;
+        }
+    }
+};
+
+using Run = std::function<void(const Case&, const char* letters, const void* source, void* image)>;
+
+template <class Channel, class... Rest>
+Run bind(void (*kernel)(Channel*, Rest...)) {
+    return [kernel](const Case& c, const char* letters, const void* source, void* image) {
+        Supplier supplier{c, letters, source};
+        const std::tuple<Rest...> rest{supplier.next<Rest>()...};
+        std::apply([&](auto... r) { kernel(static_cast<Channel*>(image), r...); }, rest);
+    };
+}
+
+enum Order { kSource, kMemory, kSelector, kInPlace };  // whose left and above are meant
+
+struct Kernel {
+    const char* name;
+    Run run;
+    const char*
+        letters;  // its flags in the order of its parameters; F, I: always flips, reads fields; P: pads rows
+    int depth;    // bits of a sample
+    int output;   // bits of a pixel
+    Method method;
+    Order order = kMemory;
+    int channels = 3;  // that the method may write
+
+    bool has(char letter) const { return std::strchr(letters, letter) != nullptr; }
+    int pixel() const { return output == 8 ? 1 : output == 32 ? 4 : 3; }
+    int bytes() const { return output == 48 ? 2 : 1; }  // of a channel
+    int stride(int width) const { return has('P') ? (width * output / 8 + 3) / 4 * 4 : width * output / 8; }
+};
+
+using Direct = void(unsigned char*, unsigned char const*, unsigned, unsigned, int, int, int);
+using ByteSelector = void(unsigned char*, unsigned char const*, unsigned, unsigned, int, int, int, int,
+                          unsigned char const*);
+using WordSelector = void(unsigned char*, unsigned short const*, unsigned, unsigned, int, int, int, int, int,
+                          unsigned short const*);
+using ByteJob = void(unsigned char*, unsigned, unsigned, int, int);
+using WordJob = void(unsigned short*, unsigned, unsigned, int, int);
+#define KERNEL(name) #name, bind(name)
+#define KERNEL_AS(type, name) #name " " #type, bind(static_cast <type*>(name))
+
+// clang-format off
+#define FIVE_FORMS(name, end, flags, ...)                       \
+    {KERNEL(name##end), flags "l", 8, 24, __VA_ARGS__},         \
+    {KERNEL(name##32##end), flags "l", 8, 32, __VA_ARGS__},     \
+    {KERNEL(name##16to8##end), flags "ml", 16, 24, __VA_ARGS__}, \
+    {KERNEL(name##16to832##end), flags "ml", 16, 32, __VA_ARGS__}, \
+    {KERNEL(name##16##end), flags "ml", 16, 48, __VA_ARGS__}
+#define SECOND_PASSES(name, method)                             \
+    {KERNEL(name), "rg", 8, 24, method, kInPlace},              \
+    {KERNEL(name##32), "rg", 8, 32, method, kInPlace},          \
+    {KERNEL(name##16), "rg", 16, 48, method, kInPlace}
+#define DIRECT_AND_SELECTOR(name, Selector, msb, depth, output, method) \
+    {KERNEL_AS(Direct, name), "rgt" msb, depth, output, method, kSource}, \
+    {KERNEL(name##FlipX), "rgt" msb "F", depth, output, method, kSource}, \
+    {KERNEL_AS(Selector, name), "rgft" msb "l", depth, output, method, kSelector}
+
+const Kernel kKernels[] = {
+    {KERNEL(NoneMove), "ftlP", 8, 24, Method::kGrey},
+    {KERNEL(NoneMove32), "ftl", 8, 32, Method::kGrey, kMemory, 4},
+    {KERNEL(NoneMove16to8), "ftmlP", 16, 24, Method::kGrey},
+    {KERNEL(NoneMove16to832), "ftml", 16, 32, Method::kGrey},
+    {KERNEL(MonoToMonoMove), "ftlP", 8, 8, Method::kGrey},
+    {KERNEL(MonoToMonoMove16to8), "ftmlP", 16, 8, Method::kGrey},
+    {KERNEL(MonoToMonoMoveDeinterl), "ftlI", 8, 8, Method::kGrey},
+    {KERNEL(MonoToMonoMove16to8Deinterl), "ftmlI", 16, 8, Method::kGrey},
+    FIVE_FORMS(NoneMove, InPlace, "fti", Method::kGrey),
+    SECOND_PASSES(SecondNoneMove, Method::kGrey),
+    FIVE_FORMS(FirstCopy, , "rgfti", Method::kOwn),
+    DIRECT_AND_SELECTOR(NearestNeighbor, ByteSelector, "", 8, 24, Method::kNearest),
+    DIRECT_AND_SELECTOR(NearestNeighbor32, ByteSelector, "", 8, 32, Method::kNearest),
+    DIRECT_AND_SELECTOR(NearestNeighbor16to8, WordSelector, "m", 16, 24, Method::kNearest),
+    DIRECT_AND_SELECTOR(NearestNeighbor16to832, WordSelector, "m", 16, 32, Method::kNearest),
+    FIVE_FORMS(NearestNeighbor, InPlace, "rgfti", Method::kNearest),
+    SECOND_PASSES(SecondNearestNeighbor, Method::kNearest),
+    DIRECT_AND_SELECTOR(EdgeDetectMove, ByteSelector, "", 8, 24, Method::kEdgeHalvedCorners),
+    DIRECT_AND_SELECTOR(EdgeDetectMove32, ByteSelector, "", 8, 32, Method::kEdgeHalvedCorners),
+    DIRECT_AND_SELECTOR(EdgeDetectMove16to8, WordSelector, "m", 16, 24, Method::kEdge),
+    DIRECT_AND_SELECTOR(EdgeDetectMove16to832, WordSelector, "m", 16, 32, Method::kEdge),
+    FIVE_FORMS(EdgeDetectMove, InPlace, "rgfti", Method::kEdge),
+    SECOND_PASSES(SecondEdgeDetectMove, Method::kEdge),
+    FIVE_FORMS(ZurnoMove, , "rgfti", Method::kZurno, kSource),
+    {KERNEL_AS(ByteJob, ZurnoMoveJob), "rg", 8, 24, Method::kZurno, kInPlace},
+    {KERNEL(ZurnoMoveJob32), "rg", 8, 32, Method::kZurno, kInPlace},
+    {KERNEL_AS(WordJob, ZurnoMoveJob), "rg", 16, 48, Method::kZurno, kInPlace},
+    FIVE_FORMS(QueltMove, InPlace, "rgfti", Method::kQuelt),
+    SECOND_PASSES(SecondQueltMove, Method::kQuelt),
+    {KERNEL(FirstCopyFourColors32), "rgftil", 8, 32, Method::kOwnPlane, kMemory, 4},
+    {KERNEL(SecondFourColorsInterMove32), "rg", 8, 32, Method::kFourColour, kInPlace, 4},
+    {KERNEL(FourColorsInterMove32InPlace), "rgftil", 8, 32, Method::kFourColour, kMemory, 4},
+};
+// clang-format on
+
+/// The picture that a frame holds, as values of the output.
+Mosaic source_mosaic(const Kernel& kernel, const Case& c) {
+    Mosaic m(c.width, c.height, kernel.output == 48 ? 0xFFFF : 0xFF);
+    for (int y = 0; y < c.height; ++y) {
+        for (int x = 0; x < c.width; ++x) {
+            const bool fields = c.has('i') || kernel.has('I');
+            const int row = !fields ? y : y % 2 == 0 ? y / 2 : c.height / 2 + (y - 1) / 2;
+            const auto i = static_cast<std::size_t>(row * c.width + x);
+            int value;
+            if (kernel.depth == 8) {
+                value = c.has('l') ? kTable[c.frame[i]] : c.frame[i];
+            } else {
+                const int first = c.frame[2 * i], second = c.frame[2 * i + 1];
+                const auto entry = 2 * static_cast<std::size_t>(first + 256 * second);
+                value = c.has('m') ? 256 * first + second : first + 256 * second;
+                if (c.has('l')) value = kTable[entry] + 256 * kTable[entry + 1];
+                if (kernel.output != 48) value /= 256;
+            }
+            m.cell(x, y) = {value, (y % 2 == 0) == c.has('r'), ((x + y) % 2 == 0) == c.has('g')};
+        }
+    }
+    return m;
+}
+
+constexpr int kGuard = 64;            // bytes before and after an image
+using Images = std::array<Bytes, 2>;  // of two poisons, so that what must stay is seen to stay
+
+/// What the guarded images hold after the kernel ran, by the plain reference.
+void run_reference(const Kernel& kernel, const Case& c, Images& images) {
+    const bool flip = c.has('f') || kernel.has('F'), top_down = c.has('t') || !kernel.has('t');
+    const bool in_memory = kernel.order == kMemory || (kernel.order == kSelector && c.has('l'));
+    const bool averaged = in_memory && kernel.method == Method::kEdgeHalvedCorners;
+    const Method method = averaged ? Method::kEdge : kernel.method;
+    const Mosaic source = source_mosaic(kernel, c);
+    Mosaic stored = source;
+    const auto source_x = [&](int x) { return flip ? c.width - 1 - x : x; };
+    const auto source_y = [&](int y) { return top_down ? y : c.height - 1 - y; };
+    for (int y = 0; y < c.height; ++y) {
+        for (int x = 0; x < c.width; ++x)
+            stored.cell(x, y) = source.cell(source_x(x), source_y(y));
+    }
+    for (int y = 0; y < c.height; ++y) {
+        for (int x = 0; x < c.width; ++x) {
+            for (int channel = 0; channel < std::min(kernel.channels, kernel.pixel()); ++channel) {
+                const int value = in_memory ? colour_at(stored, method, x, y, channel)
+                                            : colour_at(source, method, source_x(x), source_y(y), channel);
+                const int in_row = (x * kernel.pixel() + channel) * kernel.bytes();
+                const auto at = static_cast<std::size_t>(kGuard + y * kernel.stride(c.width) + in_row);
+                for (Bytes& image : images) {
+                    if (value >= 0) image[at] = static_cast<std::uint8_t>(value);
+                    if (value >= 0 && kernel.bytes() == 2)
+                        image[at + 1] = static_cast<std::uint8_t>(value / 256);
+                }
+            }
+        }
+    }
+}
+
+testing::AssertionResult equal(const Kernel& kernel, const Case& c) {
+    const auto size = static_cast<std::size_t>(c.height * kernel.stride(c.width) + 2 * kGuard);
+    Images expected{Bytes(size, 0x5A), Bytes(size, 0xA5)};
+    const void* source = c.frame.data();
+    if (kernel.order == kSource && kernel.letters[3] == 'm' && !c.has('m'))
+        source = &c.frame[1];  // aimed at the top
+    if (kernel.order == kInPlace) {
+        Kernel first = kernel;
+        first.method = kernel.method == Method::kFourColour ? Method::kOwnPlane : Method::kOwn;
+        run_reference(first, c, expected);
+        source = nullptr;
+    }
+    Images images = expected;
+    for (Bytes& image : images)
+        kernel.run(c, kernel.letters, source, image.data() + kGuard);
+    run_reference(kernel, c, expected);
+    for (std::size_t i = 0; i < images.size(); ++i) {
+        const auto [is, should] = std::mismatch(images[i].begin(), images[i].end(), expected[i].begin());
+        if (is == images[i].end()) continue;
+        return testing::AssertionFailure()
+               << kernel.name << " " << c.width << "x" << c.height << " flags " << c.flags << ": byte "
+               << is - images[i].begin() - kGuard << " of stride " << kernel.stride(c.width) << " is "
+               << int{*is} << ", not " << int{*should};
+    }
+    return testing::AssertionSuccess();
+}
+
+/// Every combination of what the kernel can be told, on every size and kind of frame; stops at the first
+/// difference.
+testing::AssertionResult always_equal(const Kernel& kernel) {
+    std::string letters;  // that the case decides
+    for (const char letter : std::string("rgftiml")) {
+        if (kernel.has(letter)) letters += letter;
+    }
+    for (unsigned set = 0; set < 1U << letters.size(); ++set) {
+        std::string flags;
+        for (unsigned i = 0; i < letters.size(); ++i) {
+            if (set >> i & 1U) flags += letters[i];
+        }
+        for (const auto& [width, height] :
+             {std::array{2, 2}, {2, 4}, {4, 2}, {4, 4}, {2, 8}, {6, 8}, {10, 6}, {16, 10}}) {
+            const auto bytes = static_cast<std::size_t>(width * height * kernel.depth / 8);
+            // Any values; few, so that gradients tie and odd ones meet; black; white.
+            for (const Bytes& frame : {random_bytes(bytes, set, 256), random_bytes(bytes, set, 4),
+                                       Bytes(bytes, 0), Bytes(bytes, 255)}) {
+                if (const auto result = equal(kernel, {width, height, flags, frame}); !result) return result;
+            }
+        }
+    }
+    return testing::AssertionSuccess();
+}
+
+TEST(Kernels, EqualThePlainReference) {
+    for (const Kernel& kernel : kKernels)
+        EXPECT_TRUE(always_equal(kernel));
+}
+
+TEST(Kernels, LeaveSizesThatAreNoCellsAlone) {
+    for (const Kernel& kernel : kKernels) {
+        for (const auto& [width, height] :
+             {std::array{0, 0}, {0, 2}, {2, 0}, {1, 2}, {2, 1}, {3, 4}, {4, 3}, {5, 5}}) {
+            const Case c{width, height, {}, Bytes(64, 1)};
+            Bytes image(256, 0x5A);
+            kernel.run(c, kernel.letters, kernel.order == kInPlace ? nullptr : c.frame.data(), image.data());
+            EXPECT_EQ(image, Bytes(256, 0x5A)) << kernel.name << " " << width << "x" << height;
+        }
+    }
+}
+
+/// Worked out on paper. R G / G B unless the kernel has no phase.
+TEST(Kernels, GiveWhatWasWorkedOutByHand) {
+    const struct {
+        const char* what;
+        Bytes frame, image;
+        void (*run)(std::uint8_t* image, const std::uint8_t* frame);
+    } kCases[] = {
+        {"nearest: one cell for all colours",
+         {10, 20, 30, 40},
+         {10, 20, 40, 10, 20, 40, 10, 30, 40, 10, 30, 40},
+         [](auto* to, auto* from) { NearestNeighbor(to, from, 2, 2, 1, 0, 1); }},
+        {"direct edge: a red corner halves first",
+         {9, 3, 5, 7},
+         {9, 3, 7, 9, 3, 7, 9, 5, 7, 9, 4, 7},
+         [](auto* to, auto* from) { EdgeDetectMove(to, from, 2, 2, 1, 0, 1); }},
+        {"edge in two passes: it averages",
+         {9, 3, 5, 7},
+         {9, 4, 7, 9, 3, 7, 9, 5, 7, 9, 4, 7},
+         [](auto* to, auto* from) { EdgeDetectMoveInPlace(to, from, 2, 2, 1, 0, 0, 1, 0, nullptr); }},
+        {"Quelt: greens averaged where there is a cell",
+         {10, 20, 30, 40},
+         {10, 25, 40, 10, 20, 40, 10, 30, 40, 10, 25, 40},
+         [](auto* to, auto* from) { QueltMoveInPlace(to, from, 2, 2, 1, 0, 0, 1, 0, nullptr); }},
+        {"four colours: the greens stay apart",
+         {10, 20, 30, 40},
+         {10, 20, 40, 30, 10, 20, 40, 30, 10, 20, 40, 30, 10, 20, 40, 30},
+         [](auto* to, auto* from) { FourColorsInterMove32InPlace(to, from, 2, 2, 1, 0, 0, 1, 0, nullptr); }},
+        {"fields: rows 0, 2, 1, 3",
+         {1, 1, 2, 2, 3, 3, 4, 4},
+         {1, 1, 3, 3, 2, 2, 4, 4},
+         [](auto* to, auto* from) { MonoToMonoMoveDeinterl(to, from, 2, 4, 0, 1, nullptr); }},
+        {"words: the flag says where the most significant byte is",
+         {0x12, 0x34, 0x12, 0x34, 0x12, 0x34, 0x12, 0x34},
+         {0x12, 0x12, 0x12, 0x12, 0x34, 0x34, 0x34, 0x34},
+         [](auto* to, auto* from) {
+             const auto* const words = reinterpret_cast<const unsigned short*>(from);
+             MonoToMonoMove16to8Deinterl(to, words, 2, 2, 0, 1, 1, nullptr);
+             MonoToMonoMove16to8Deinterl(to + 4, words, 2, 2, 0, 1, 0, nullptr);
+         }},
+        {"two flips: the last sample first, and padding",
+         {1, 2, 3, 4},
+         {4, 3, 0, 0, 2, 1, 0, 0},
+         [](auto* to, auto* from) { MonoToMonoMove(to, from, 2, 2, 1, 0, nullptr); }},
+        {"rows reversed",
+         {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12},
+         {7, 8, 9, 10, 11, 12, 1, 2, 3, 4, 5, 6},
+         [](auto* to, auto* from) { FlipBgrAround(std::copy_n(from, 12, to) - 12, 2, 2, 0, 2); }},
+        {"half a turn, but for byte 3",
+         {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16},
+         {13, 14, 15, 4, 9, 10, 11, 8, 5, 6, 7, 12, 1, 2, 3, 16},
+         [](auto* to, auto* from) { FlipBgrAround32(std::copy_n(from, 16, to) - 16, 2, 2, -1, 1); }},
+    };
+    for (const auto& test : kCases) {
+        Bytes image(test.image.size());
+        test.run(image.data(), test.frame.data());
+        EXPECT_EQ(image, test.image) << test.what;
+    }
+}
+
+TEST(Kernels, ZurnoFollowsTheFlatterDirectionAndItsBend) {
+    Bytes frame(36, 0), image(108);
+    const auto set = [&](std::size_t x, std::size_t y, std::uint8_t value) { frame[y * 6 + x] = value; };
+    // Reds bend by 20 across and by 0 down; greens change by 0 across and by 40 down.
+    set(2, 2, 100), set(0, 2, 90), set(4, 2, 90), set(2, 0, 100), set(2, 4, 100);
+    set(1, 2, 50), set(3, 2, 50), set(2, 1, 40), set(2, 3, 80);
+    ZurnoMove(image.data(), frame.data(), 6, 6, 1, 0, 0, 1, 0, nullptr);
+    EXPECT_EQ(image[(2 * 6 + 2) * 3 + 1], 55);
+}
+
+}  // namespace

@@ -1,0 +1,300 @@
+// SPDX-License-Identifier: Apache-2.0
+// The conversion call: which kernel it runs with which arguments, what it does with the caller's records, and
+// what it refuses.
+#include <gtest/gtest.h>
+#include <tovixapi/kernels.h>
+#include <tovixapi/tovixapi.h>
+#include <tovixapi/vorm.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <functional>
+#include <limits>
+#include <random>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using Bytes = std::vector<unsigned char>;
+using Image = tovix_image_format;
+using Params = tovix_conversion_params;
+
+constexpr unsigned kWidth = 6, kHeight = 4;  // 24-bit rows of 18 bytes, which padding makes 20
+constexpr std::size_t kGuard = 32;
+
+/// All odd, so that it matters whether a rule halves before it adds or after.
+template <class Value>
+std::vector<Value> noise(std::size_t count) {
+    std::mt19937 random(3);
+    std::vector<Value> values(count);
+    for (Value& value : values)
+        value = static_cast<Value>(random() | 1);
+    return values;
+}
+const Bytes kFrame = noise<unsigned char>(kWidth * kHeight * 2), kTable8 = noise<unsigned char>(256);
+const std::vector<unsigned short> kTable16 = noise<unsigned short>(65536);
+
+/// Room for an image of any kind, between guards.
+struct Canvas {
+    Bytes bytes = Bytes(2 * kGuard + 6 * kWidth * kHeight, 0x5A);
+    unsigned char* image() { return bytes.data() + kGuard; }
+    bool operator==(const Canvas&) const = default;
+};
+
+/// What a kernel may ask for. Its name, called with what it asks for, is a line of the table below.
+struct Args {
+    unsigned char* out;
+    int red, green, flip, down, msb;
+    unsigned char const* lut;
+    unsigned short const* lut16;
+
+    unsigned short* wide() const { return reinterpret_cast<unsigned short*>(out); }
+    static unsigned short const* words() { return reinterpret_cast<unsigned short const*>(kFrame.data()); }
+};
+using Call = void (*)(const Args&);
+constexpr Call kNone = nullptr;
+constexpr int kMono = -1;
+
+// clang-format off
+#define GREY8(name, ...)    [](const Args& a) { name(a.out, kFrame.data(), kWidth, kHeight, a.flip, a.down, __VA_ARGS__ a.lut); }
+#define GREY16(name, ...)   [](const Args& a) { name(a.out, a.words(), kWidth, kHeight, a.flip, a.down, __VA_ARGS__ a.msb, a.lut16); }
+#define COLOUR8(name, ...)  [](const Args& a) { name(a.out, kFrame.data(), kWidth, kHeight, a.red, a.green, a.flip, a.down, __VA_ARGS__ a.lut); }
+#define COLOUR16(name, ...) [](const Args& a) { name(a.out, a.words(), kWidth, kHeight, a.red, a.green, a.flip, a.down, __VA_ARGS__ a.msb, a.lut16); }
+#define WIDE(name, fields)  [](const Args& a) { name(a.wide(), a.words(), kWidth, kHeight, a.red, a.green, a.flip, a.down, fields, a.msb, a.lut16); }
+#define WIDE_GREY(fields)   [](const Args& a) { NoneMove16InPlace(a.wide(), a.words(), kWidth, kHeight, a.flip, a.down, fields, a.msb, a.lut16); }
+
+/// For each method: the 24- and 32-bit kernels of 8-bit frames, progressive and then interlaced; the same of 16-bit
+/// frames; the 48-bit ones. For monochrome frames also the 8-bit ones.
+const struct { int method; Call bytes[4], words[4], wide[2], grey[4]; } kTable[] = {
+    {kMono, {GREY8(NoneMove), GREY8(NoneMove32), GREY8(NoneMoveInPlace, 1,), GREY8(NoneMove32InPlace, 1,)},
+            {GREY16(NoneMove16to8), GREY16(NoneMove16to832), GREY16(NoneMove16to8InPlace, 1,), GREY16(NoneMove16to832InPlace, 1,)},
+            {WIDE_GREY(0), WIDE_GREY(1)},
+            {GREY8(MonoToMonoMove), GREY8(MonoToMonoMoveDeinterl), GREY16(MonoToMonoMove16to8), GREY16(MonoToMonoMove16to8Deinterl)}},
+    {0, {GREY8(NoneMove), GREY8(NoneMove32), GREY8(NoneMoveInPlace, 1,), GREY8(NoneMove32InPlace, 1,)},
+        {GREY16(NoneMove16to8), GREY16(NoneMove16to832), GREY16(NoneMove16to8InPlace, 1,), GREY16(NoneMove16to832InPlace, 1,)},
+        {WIDE_GREY(0), WIDE_GREY(1)}, {}},
+    {1, {COLOUR8(NearestNeighbor), COLOUR8(NearestNeighbor32), COLOUR8(NearestNeighborInPlace, 1,), COLOUR8(NearestNeighbor32InPlace, 1,)},
+        {COLOUR16(NearestNeighbor16to8), COLOUR16(NearestNeighbor16to832), COLOUR16(NearestNeighbor16to8InPlace, 1,), COLOUR16(NearestNeighbor16to832InPlace, 1,)},
+        {WIDE(NearestNeighbor16InPlace, 0), WIDE(NearestNeighbor16InPlace, 1)}, {}},
+    {2, {COLOUR8(EdgeDetectMove), COLOUR8(EdgeDetectMove32), COLOUR8(EdgeDetectMoveInPlace, 1,), COLOUR8(EdgeDetectMove32InPlace, 1,)},
+        {COLOUR16(EdgeDetectMove16to8), COLOUR16(EdgeDetectMove16to832), COLOUR16(EdgeDetectMove16to8InPlace, 1,), COLOUR16(EdgeDetectMove16to832InPlace, 1,)},
+        {WIDE(EdgeDetectMove16InPlace, 0), WIDE(EdgeDetectMove16InPlace, 1)}, {}},
+    {3, {COLOUR8(ZurnoMove, 0,), COLOUR8(ZurnoMove32, 0,), COLOUR8(ZurnoMove, 1,), COLOUR8(ZurnoMove32, 1,)},
+        {COLOUR16(ZurnoMove16to8, 0,), COLOUR16(ZurnoMove16to832, 0,), COLOUR16(ZurnoMove16to8, 1,), COLOUR16(ZurnoMove16to832, 1,)},
+        {WIDE(ZurnoMove16, 0), WIDE(ZurnoMove16, 1)}, {}},
+    {8, {COLOUR8(QueltMoveInPlace, 0,), COLOUR8(QueltMove32InPlace, 0,), COLOUR8(QueltMoveInPlace, 1,), COLOUR8(QueltMove32InPlace, 1,)},
+        {COLOUR16(QueltMove16to8InPlace, 0,), COLOUR16(QueltMove16to832InPlace, 0,), COLOUR16(QueltMove16to8InPlace, 1,), COLOUR16(QueltMove16to832InPlace, 1,)},
+        {WIDE(QueltMove16InPlace, 0), WIDE(QueltMove16InPlace, 1)}, {}},
+    {9, {COLOUR8(QueltMoveInPlace, 0,), COLOUR8(FourColorsInterMove32InPlace, 0,), kNone, COLOUR8(FourColorsInterMove32InPlace, 1,)},
+        {COLOUR16(QueltMove16to8InPlace, 0,), COLOUR16(QueltMove16to832InPlace, 0,), COLOUR16(QueltMove16to8InPlace, 1,), COLOUR16(QueltMove16to832InPlace, 1,)},
+        {kNone, kNone}, {}},
+    {7, {}, {}, {}, {}},
+};
+// clang-format on
+
+/// The matrix over the pixels that a kernel made, one by one, at the stride that the kernel has.
+void apply_matrix(unsigned char* image, unsigned bits, bool padded, short const* matrix) {
+    const std::size_t row_bytes = kWidth * bits / 8, stride = padded ? (row_bytes + 3) / 4 * 4 : row_bytes;
+    for (unsigned i = 0; i < kWidth * kHeight; ++i) {
+        unsigned char* const pixel = image + i / kWidth * stride + i % kWidth * bits / 8;
+        if (bits == 24) MatrixPostProcess4096(matrix, pixel, 1);
+        if (bits == 32) MatrixPostProcess4096to32(matrix, pixel, 1);
+        if (bits == 48) MatrixPostProcess16_4096(matrix, reinterpret_cast<unsigned short*>(pixel), 1);
+    }
+}
+
+TEST(VormConvert, RunsTheKernelOfTheTable) {
+    CVorm vorm;
+    short matrix[12] = {5000, -700, 90, 300, 1000, 3000, -400, -200, 50, 600, 4096, 100};
+    _lut8_struct lut{};
+    std::copy(kTable8.begin(), kTable8.end(), lut.table);
+    auto lut16 = kTable16;
+    int conversions = 0;
+    for (const auto& [method, bytes, words, wide, grey] : kTable) {
+        for (unsigned i = 0; i < 128 * 3 * 3 * 5; ++i) {
+            unsigned rest = i;
+            const auto take = [&](unsigned choices) { return std::exchange(rest, rest / choices) % choices; };
+            _vorm_settings s = vorm.settings;
+            s.demosaic_method = method == kMono ? 77 : static_cast<unsigned>(method);
+            s.matrix = matrix, s.correction_matrix = 15 * take(2);
+            s.flip_x = static_cast<int>(2 * take(2)), s.flip_y = static_cast<int>(3 * take(2));
+            s.lut = &lut, s.lut16 = lut16.data(), s.lut_size = std::array{0u, 256u, 280u}[take(3)];
+            _vorm_format f{};
+            f.width = kWidth, f.height = kHeight, f.mono = method == kMono, f.interlaced = 255 * take(2);
+            f.first_row_blue = 4 * take(2), f.first_green = 8 * take(2), f.rows_reversed = 16 * take(2);
+            f.sample_kind = take(3);
+            const unsigned asked = std::array{8u, 24u, 32u, 48u, 0u}[take(5)];
+
+            const bool two_fields = f.interlaced != 0;
+            const unsigned bits = asked == 0 || (asked == 8 && method != kMono) ? 24 : asked;
+            const Call kernel = bits == 48 ? (f.sample_kind == 0 ? kNone : wide[two_fields])
+                                : bits == 8
+                                    ? grey[2 * (f.sample_kind != 0) + two_fields]
+                                    : (f.sample_kind == 0 ? bytes : words)[2 * two_fields + (bits == 32)];
+            Canvas converted, expected;
+            const int done = vorm.ConvertBayerToRgb(converted.image(), kFrame.data(), asked, &f, &s);
+            const auto name = testing::Message() << "method " << method << " case " << i << " bits " << bits;
+            ASSERT_EQ(done, kernel != kNone) << name;
+            if (kernel != kNone) {
+                ++conversions;
+                kernel({expected.image(), f.first_row_blue == 0, f.first_green != 0, s.flip_x != 0,
+                        (s.flip_y == 0) ^ (f.rows_reversed != 0), f.sample_kind == 1,
+                        s.lut_size != 0 ? lut.table : nullptr, s.lut_size != 0 ? lut16.data() : nullptr});
+                const bool padded = bits == 24 && !two_fields && method == 0;
+                if (s.correction_matrix != 0 && method != kMono)
+                    apply_matrix(expected.image(), bits, padded, matrix);
+            }
+            ASSERT_TRUE(converted == expected) << name;
+        }
+    }
+    // Of the 15 pairs of samples and image, one has no kernel; with method 9 two more have none, and three
+    // have none for half of the frames.
+    EXPECT_EQ(conversions, 384 * (7 * 14) - 384 * 7 / 2);
+}
+
+Image image(std::uint32_t pixel_format, std::uint32_t flags, std::uint32_t word_9 = 0) {
+    return {52, kWidth, kHeight, pixel_format, 1, flags, {~0u, ~0u, ~0u}, word_9, {~0u, ~0u, ~0u}};
+}
+
+TEST(VormConvert, ReadsTheFormatOfTheFrame) {
+    CVorm vorm;
+    vorm.CorrectionMatrixSet(0), vorm.SetupLUT(kTable8.data(), 256, 15);
+    auto lut16 = kTable16;
+    for (std::uint32_t i = 0; i < 32 * 3 * 2; ++i) {
+        const std::uint32_t flags = i % 32, word_9 = std::array{0u, 0x100u, 0x80u}[i / 32 % 3],
+                            pixel_format = i / 96;
+        const bool little = (flags & 2) != 0;
+        Canvas direct, called;
+        const Image format = image(pixel_format, flags | 0xFFFFFFE0, word_9);
+        ASSERT_EQ(vorm.ConvertToRgb(called.image(), kFrame.data(), 24, &format, nullptr), 0);
+        const _vorm_format read{
+            kWidth,    kHeight,        (flags & 4) != 0,  (flags & 8) != 0,
+            flags & 1, word_9 == 0x80, (flags & 16) != 0, pixel_format == 0 ? 0u : little ? 2u : 1u};
+        _vorm_settings settings = vorm.settings;
+        settings.lut16 = lut16.data();
+        MakeLut16(settings.lut16, settings.lut, 256, little);
+        ASSERT_EQ(vorm.ConvertBayerToRgb(direct.image(), kFrame.data(), 24, &read, &settings), 1);
+        ASSERT_TRUE(called == direct) << flags << ' ' << word_9 << ' ' << pixel_format;
+    }
+    EXPECT_EQ(vorm.settings.lut16, nullptr);
+}
+
+/// The image that `vorm` makes of the frame; untouched where the result is not 0.
+Canvas converted(CVorm& vorm, const Image* format, const void* params, int expected = 0) {
+    Canvas canvas;
+    EXPECT_EQ(vorm.ConvertToRgb(canvas.image(), kFrame.data(), 24, format, params), expected);
+    EXPECT_TRUE(expected == 0 || canvas == Canvas());
+    return canvas;
+}
+
+constexpr Params kFull{44, 2, 14, 5, 0, 20, 1.5f, 0, 1.25f, 12, -7.5f};
+
+TEST(VormConvert, ParametersDoForOnceWhatTheSettersDo) {
+    CVorm vorm, set;
+    for (CVorm* each : {&vorm, &set}) {
+        each->SetFlipping(0, 1), each->SetHue(-60), each->SetSaturation(1, 2), each->SetGain(2);
+        each->SetGamma(150, 15);
+    }
+    const Image format = image(0, 0);
+    const Canvas before = converted(vorm, &format, nullptr);
+    const _vorm_settings settings_before = vorm.settings;
+
+    unsigned char record[13];  // the short form, at an odd address, and not a byte more
+    std::memcpy(record + 1, &kFull, 12);
+    record[1] = 12;
+    set.DemosaicMethodSet(2), set.CorrectionMatrixSet(14);
+    EXPECT_TRUE(converted(vorm, &format, record + 1) == converted(set, &format, nullptr));
+    set.SetFlipping(1, 0), set.SetHue(20), set.SetSaturation(1.5, 1.5), set.SetGain(1.25),
+        set.SetWhiteBalance(0.12, -0.075);
+    const Canvas with_balance = converted(vorm, &format, &kFull);
+    EXPECT_TRUE(with_balance == converted(set, &format, nullptr));
+
+    Params params = kFull;
+    params.colour_gains = 77, params.wb_u_or_green = 0.5f, params.wb_v_or_blue = 1.75f;
+    EXPECT_EQ(set.SetDigitalColorGains(1.25, 0.5, 1.75), 0);
+    const Canvas with_gains = converted(vorm, &format, &params);
+    EXPECT_TRUE(with_gains == converted(set, &format, nullptr));
+    EXPECT_FALSE(with_gains == with_balance);
+
+    params = kFull, params.correction_matrix = 0, params.demosaic_method = 3;  // which the setter refuses
+    EXPECT_FALSE(converted(vorm, &format, &params) == before);
+    EXPECT_EQ(std::memcmp(&vorm.settings, &settings_before, sizeof settings_before), 0) << "settings changed";
+    EXPECT_TRUE(converted(vorm, &format, nullptr) == before);
+
+    // A flat frame of 100 by the default matrix, whose rows add up to 4096, 4096 and 4095.
+    const Bytes flat(kWidth * kHeight, 100);
+    Canvas canvas;
+    CVorm().ConvertToRgb(canvas.image(), flat.data(), 24, &format, nullptr);
+    EXPECT_EQ(Bytes(canvas.image(), canvas.image() + 3), (Bytes{100, 100, 99}));
+}
+
+TEST(VormConvert, RefusesAndLeavesTheImageAlone) {
+    CVorm vorm;
+    const Image bytes = image(0, 0), words = image(1, 0);
+    constexpr float kNan = std::numeric_limits<float>::quiet_NaN(),
+                    kInfinity = std::numeric_limits<float>::infinity();
+    const auto refuse = [&](int expected, const auto& change) {
+        Params params = kFull;
+        change(params);
+        converted(vorm, &bytes, &params, expected);
+    };
+    for (const float bad : {kNan, kInfinity, -kInfinity}) {
+        for (const auto field : {&Params::hue, &Params::saturation, &Params::gain_or_red,
+                                 &Params::wb_u_or_green, &Params::wb_v_or_blue}) {
+            refuse(-14, [&](Params& p) { p.*field = bad; });
+            refuse(-14, [&](Params& p) { p.*field = bad, p.colour_gains = 1; });
+        }
+    }
+    for (const std::uint32_t size : {0u, 11u, 13u, 40u, 48u, ~0u})
+        refuse(-22, [&](Params& p) { p.size = size; });
+    for (const std::uint32_t size : {12u, 44u}) {
+        refuse(-14, [&](Params& p) { p.size = size, p.correction_matrix = 17; });
+        refuse(-14, [&](Params& p) { p.size = size, p.correction_matrix = ~0u; });
+        refuse(-14, [&](Params& p) { p.size = size, p.demosaic_method = 4; });
+    }
+    refuse(-14, [](Params& p) { p.colour_gains = 1, p.saturation = 0.0499f; });
+
+    const struct {
+        std::uint32_t Image::*field;
+        std::uint32_t value;
+        int expected;
+    } formats[] = {{&Image::size, 48, -22},          {&Image::size, 0, -22},   {&Image::pixel_format, 2, -14},
+                   {&Image::pixel_format, ~0u, -14}, {&Image::width, 5, -14},  {&Image::height, 3, -14},
+                   {&Image::width, 0, -14},          {&Image::height, 0, -14}, {&Image::width, 1, -14}};
+    Params wrong_size = kFull;
+    wrong_size.size = 1;
+    for (const auto& c : formats) {
+        for (const std::uint32_t flags : {0u, 1u}) {
+            Image format = image(0, flags);
+            format.*c.field = c.value;
+            converted(vorm, &format, nullptr, c.expected);
+            const bool sizes = c.field == &Image::width || c.field == &Image::height;
+            converted(vorm, &format, &wrong_size, sizes ? -22 : c.expected);
+        }
+    }
+    Image huge = image(0, 0);
+    huge.width = huge.height = ~1u;
+    converted(vorm, &huge, nullptr, -14);
+    EXPECT_EQ(vorm.ConvertToRgb(nullptr, nullptr, 24, nullptr, nullptr), 0) << "a frame of 0 x 0";
+    EXPECT_EQ(vorm.ConvertToRgb(nullptr, kFrame.data(), 24, &bytes, nullptr), -14);
+
+    Canvas canvas;
+    EXPECT_EQ(vorm.ConvertToRgb(canvas.image(), nullptr, 24, &bytes, nullptr), -14);
+    EXPECT_EQ(vorm.ConvertToRgb(canvas.image() + 1, kFrame.data(), 48, &words, nullptr), -14);
+    _vorm_settings no_matrix = vorm.settings;
+    no_matrix.matrix = nullptr;
+    const auto bayer = [&](std::uint64_t width, std::uint64_t height, std::uint32_t kind,
+                           const _vorm_settings* settings) {
+        const _vorm_format format{width, height, 0, 0, 0, 0, 0, kind};
+        return vorm.ConvertBayerToRgb(canvas.image(), kFrame.data(), 24, &format, settings);
+    };
+    for (const std::uint64_t side : {std::uint64_t{1} << 32, (std::uint64_t{1} << 32) + 2, ~std::uint64_t{1}})
+        EXPECT_EQ(bayer(side, 2, 0, &vorm.settings) + bayer(2, side, 0, &vorm.settings), 0);
+    EXPECT_EQ(bayer(6, 4, 3, &vorm.settings) + bayer(6, 4, 0, &no_matrix) + bayer(6, 4, 0, nullptr), 0);
+    EXPECT_EQ(vorm.ConvertBayerToRgb(canvas.image(), kFrame.data(), 24, nullptr, &vorm.settings), 0);
+    EXPECT_TRUE(canvas == Canvas());
+}
+
+}  // namespace

@@ -63,8 +63,7 @@ std::vector<HexRecord> read_hex(const std::string& text) {
 TEST(HexFile, ReadsRecordsAsTheyAre) {
     EXPECT_EQ(read_hex(":02010000AABB98\n:00000001FF\n"),
               (std::vector<HexRecord>{{2, 0x0100, {0xAA, 0xBB}}, {0, 0, {}}}));
-    EXPECT_EQ(read_hex("\r\n \t\v\f:01FFFF00C9FF\r\n"),
-              (std::vector<HexRecord>{{1, 0xFFFF, {0xC9}}, {0, 0, {}}}))
+    EXPECT_EQ(read_hex("\r\n \t\v\f:01FFFF00C9FF\r\n"), (std::vector<HexRecord>{{1, 0xFFFF, {0xC9}}, {0, 0, {}}}))
         << "white space, a wrong checksum, no last record";
     EXPECT_EQ(read_hex(":0100000zz200"), (std::vector<HexRecord>{{1, 0, {0}}, {0, 0, {}}}))
         << "digits that are none end a number";
@@ -126,16 +125,15 @@ TEST(BringUp, GoesStepByStepFromABareFx2) {
                         "control 01 0B value=0000 index=0000 length=0 done 0:",
                         "control 01 0B value=0000 index=0000 length=0 done 0:",
                     }));
-    EXPECT_EQ(
-        printed,
-        "Raw device added.\nVID = 0xE6C1\nPID = 0x8113\nDID = 0x0\n"
-        "myAnchorFX2WriteFirmWare reset FX2 successfully\nmyAnchorFX2WriteFirmWare reset FX2 successfully\n"
-        "FW was downloaded to device\n"
-        "model name: 'mira13c'\nsn=1, rel=0, fw=00010203, speed=2\n"
-        "params: size=1280x1024, max_size=1280x1024, position=0x0\nformat: rggb\n"
-        "subsampling is available: max=4\nkps: min=5000, max=40000\nkps count: 5\ncurrent kps: 40000\n"
-        "loading FPGA binary from disk\nsending FPGA binary to camera\nsent FPGA binary to camera\nFPGA "
-        "loaded\n");
+    EXPECT_EQ(printed,
+              "Raw device added.\nVID = 0xE6C1\nPID = 0x8113\nDID = 0x0\n"
+              "myAnchorFX2WriteFirmWare reset FX2 successfully\nmyAnchorFX2WriteFirmWare reset FX2 successfully\n"
+              "FW was downloaded to device\n"
+              "model name: 'mira13c'\nsn=1, rel=0, fw=00010203, speed=2\n"
+              "params: size=1280x1024, max_size=1280x1024, position=0x0\nformat: rggb\n"
+              "subsampling is available: max=4\nkps: min=5000, max=40000\nkps count: 5\ncurrent kps: 40000\n"
+              "loading FPGA binary from disk\nsending FPGA binary to camera\nsent FPGA binary to camera\nFPGA "
+              "loaded\n");
     if (std::getenv("TOVIX_PRINT_TRANSCRIPT") != nullptr)
         for (const std::string& line : lines)
             std::puts(line.c_str());
@@ -211,15 +209,13 @@ TEST(Firmware, BadFilesAreReported) {
         bool up;
     } cases[] = {
         {"good", good, head + reset + reset + "FW was downloaded to device\n", true},
-        {"no last record", good.substr(0, good.rfind(':')),
-         head + reset + reset + "FW was downloaded to device\n", true},
+        {"no last record", good.substr(0, good.rfind(':')), head + reset + reset + "FW was downloaded to device\n",
+         true},
         {"stray character", good.substr(0, good.rfind(':')) + "#",
-         head + reset + "error: unable to read header from file: Bad message" + reset +
-             "FW was downloaded to device\n",
+         head + reset + "error: unable to read header from file: Bad message" + reset + "FW was downloaded to device\n",
          true},
         {"cut off", good.substr(0, good.size() / 2),
-         head + reset + "error: unable to read header from file: Bad message" + reset +
-             "FW was downloaded to device\n",
+         head + reset + "error: unable to read header from file: Bad message" + reset + "FW was downloaded to device\n",
          false},
         {"empty", "", head + reset + reset + "FW was downloaded to device\n", false},
     };
@@ -250,8 +246,7 @@ TEST(Firmware, AHeldDeviceIsTriedFiveTimes) {
     for (const char attempt : {'1', '2', '3', '4', '5'})
         expected += std::string("Exclusive access err, sleeping on it ") + attempt + "\n";
     usb_init = 0;
-    EXPECT_EQ(printed_by([] { tovix_init(TOVIX_RESOURCES); }),
-              expected + "unable to open device: e00002c5\n");
+    EXPECT_EQ(printed_by([] { tovix_init(TOVIX_RESOURCES); }), expected + "unable to open device: e00002c5\n");
     EXPECT_EQ(bus->now_us(), 500'000);
 }
 
@@ -294,8 +289,7 @@ TEST(Fpga, BadImagesAreReported) {
 TEST(Fpga, PollsUpToTenTimes) {
     for (const std::uint32_t polls : {1u, 10u, 11u}) {
         SimulatedBus bus;
-        bus.attach("mira13c", State::kWithoutFpga,
-                   [&](DeviceOptions& options) { options.camera.fpga_polls = polls; });
+        bus.attach("mira13c", State::kWithoutFpga, [&](DeviceOptions& options) { options.camera.fpga_polls = polls; });
         usb_init = 0;
         const std::string text = printed_by([] { tovix_init(TOVIX_RESOURCES); });
         EXPECT_EQ(text.find("FPGA loaded\n") != std::string::npos, polls <= 10) << polls;

@@ -41,8 +41,7 @@ struct Case {
     bool has(char flag) const { return flags.find(flag) != std::string::npos; }
 };
 
-/// Hands a kernel what each of its parameters asks for: sizes and pointers in their order, flags by the
-/// letters.
+/// Hands a kernel what each of its parameters asks for: sizes and pointers in their order, flags by the letters.
 struct Supplier {
     const Case& c;
     const char* letters;
@@ -81,10 +80,9 @@ enum Order { kSource, kMemory, kSelector, kInPlace };  // whose left and above a
 struct Kernel {
     const char* name;
     Run run;
-    const char*
-        letters;  // its flags in the order of its parameters; F, I: always flips, reads fields; P: pads rows
-    int depth;    // bits of a sample
-    int output;   // bits of a pixel
+    const char* letters;  // its flags in the order of its parameters; F, I: always flips, reads fields; P: pads rows
+    int depth;            // bits of a sample
+    int output;           // bits of a pixel
     Method method;
     Order order = kMemory;
     int channels = 3;  // that the method may write
@@ -207,8 +205,7 @@ void run_reference(const Kernel& kernel, const Case& c, Images& images) {
                 const auto at = static_cast<std::size_t>(kGuard + y * kernel.stride(c.width) + in_row);
                 for (Bytes& image : images) {
                     if (value >= 0) image[at] = static_cast<std::uint8_t>(value);
-                    if (value >= 0 && kernel.bytes() == 2)
-                        image[at + 1] = static_cast<std::uint8_t>(value / 256);
+                    if (value >= 0 && kernel.bytes() == 2) image[at + 1] = static_cast<std::uint8_t>(value / 256);
                 }
             }
         }
@@ -219,8 +216,7 @@ testing::AssertionResult equal(const Kernel& kernel, const Case& c) {
     const auto size = static_cast<std::size_t>(c.height * kernel.stride(c.width) + 2 * kGuard);
     Images expected{Bytes(size, 0x5A), Bytes(size, 0xA5)};
     const void* source = c.frame.data();
-    if (kernel.order == kSource && kernel.letters[3] == 'm' && !c.has('m'))
-        source = &c.frame[1];  // aimed at the top
+    if (kernel.order == kSource && kernel.letters[3] == 'm' && !c.has('m')) source = &c.frame[1];  // aimed at the top
     if (kernel.order == kInPlace) {
         Kernel first = kernel;
         first.method = kernel.method == Method::kFourColour ? Method::kOwnPlane : Method::kOwn;
@@ -234,16 +230,14 @@ testing::AssertionResult equal(const Kernel& kernel, const Case& c) {
     for (std::size_t i = 0; i < images.size(); ++i) {
         const auto [is, should] = std::mismatch(images[i].begin(), images[i].end(), expected[i].begin());
         if (is == images[i].end()) continue;
-        return testing::AssertionFailure()
-               << kernel.name << " " << c.width << "x" << c.height << " flags " << c.flags << ": byte "
-               << is - images[i].begin() - kGuard << " of stride " << kernel.stride(c.width) << " is "
-               << int{*is} << ", not " << int{*should};
+        return testing::AssertionFailure() << kernel.name << " " << c.width << "x" << c.height << " flags " << c.flags
+                                           << ": byte " << is - images[i].begin() - kGuard << " of stride "
+                                           << kernel.stride(c.width) << " is " << int{*is} << ", not " << int{*should};
     }
     return testing::AssertionSuccess();
 }
 
-/// Every combination of what the kernel can be told, on every size and kind of frame; stops at the first
-/// difference.
+/// Every combination of what the kernel can be told, on every size and kind of frame; stops at the first difference.
 testing::AssertionResult always_equal(const Kernel& kernel) {
     std::string letters;  // that the case decides
     for (const char letter : std::string("rgftiml")) {
@@ -258,8 +252,8 @@ testing::AssertionResult always_equal(const Kernel& kernel) {
              {std::array{2, 2}, {2, 4}, {4, 2}, {4, 4}, {2, 8}, {6, 8}, {10, 6}, {16, 10}}) {
             const auto bytes = static_cast<std::size_t>(width * height * kernel.depth / 8);
             // Any values; few, so that gradients tie and odd ones meet; black; white.
-            for (const Bytes& frame : {random_bytes(bytes, set, 256), random_bytes(bytes, set, 4),
-                                       Bytes(bytes, 0), Bytes(bytes, 255)}) {
+            for (const Bytes& frame :
+                 {random_bytes(bytes, set, 256), random_bytes(bytes, set, 4), Bytes(bytes, 0), Bytes(bytes, 255)}) {
                 if (const auto result = equal(kernel, {width, height, flags, frame}); !result) return result;
             }
         }
@@ -274,8 +268,7 @@ TEST(Kernels, EqualThePlainReference) {
 
 TEST(Kernels, LeaveSizesThatAreNoCellsAlone) {
     for (const Kernel& kernel : kKernels) {
-        for (const auto& [width, height] :
-             {std::array{0, 0}, {0, 2}, {2, 0}, {1, 2}, {2, 1}, {3, 4}, {4, 3}, {5, 5}}) {
+        for (const auto& [width, height] : {std::array{0, 0}, {0, 2}, {2, 0}, {1, 2}, {2, 1}, {3, 4}, {4, 3}, {5, 5}}) {
             const Case c{width, height, {}, Bytes(64, 1)};
             Bytes image(256, 0x5A);
             kernel.run(c, kernel.letters, kernel.order == kInPlace ? nullptr : c.frame.data(), image.data());

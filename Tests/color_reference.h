@@ -10,8 +10,7 @@
 
 namespace reference {
 
-/// The samples of a picture and what they are of, by column and row of whatever a method calls left and
-/// above.
+/// The samples of a picture and what they are of, by column and row of whatever a method calls left and above.
 struct Mosaic {
     struct Cell {
         int value = 0;
@@ -20,8 +19,7 @@ struct Mosaic {
     int width, height, maximum;
     std::vector<Cell> cells;
 
-    Mosaic(int w, int h, int max)
-        : width(w), height(h), maximum(max), cells(static_cast<std::size_t>(w * h)) {}
+    Mosaic(int w, int h, int max) : width(w), height(h), maximum(max), cells(static_cast<std::size_t>(w * h)) {}
     Cell& cell(int x, int y) { return cells[static_cast<std::size_t>(y * width + x)]; }
     const Cell& cell(int x, int y) const { return cells.at(static_cast<std::size_t>(y * width + x)); }
 
@@ -41,17 +39,7 @@ struct Mosaic {
     }
 };
 
-enum class Method {
-    kOwn,
-    kOwnPlane,
-    kGrey,
-    kNearest,
-    kEdge,
-    kEdgeHalvedCorners,
-    kZurno,
-    kQuelt,
-    kFourColour
-};
+enum class Method { kOwn, kOwnPlane, kGrey, kNearest, kEdge, kEdgeHalvedCorners, kZurno, kQuelt, kFourColour };
 
 inline int nearest(const Mosaic& m, int x, int y, int channel) {
     const int other_x = x > 0 ? x - 1 : 1, other_y = y > 0 ? y - 1 : 1;
@@ -111,8 +99,7 @@ inline int zurno_green(const Mosaic& m, int x, int y) {
     if (x == 1 || y == 1 || x == m.width - 2 || y == m.height - 2) return edge_green(m, x, y);
     const auto along = [&](int dx, int dy) {
         const int a = m.value(x - dx, y - dy), b = m.value(x + dx, y + dy);
-        const int bend =
-            2 * m.value(x, y) - m.value(x - 2 * dx, y - 2 * dy) - m.value(x + 2 * dx, y + 2 * dy);
+        const int bend = 2 * m.value(x, y) - m.value(x - 2 * dx, y - 2 * dy) - m.value(x + 2 * dx, y + 2 * dy);
         return Estimate{std::abs(bend) + std::abs(a - b), (a + b + 1) / 2 + quarter(bend)};
     };
     return clamp(m, better(along(1, 0), along(0, 1)));
@@ -123,8 +110,7 @@ inline int zurno(const Mosaic& m, int x, int y, int channel) {
     if (m.border(x, y)) return edge(m, x, y, channel, false);
     const auto along = [&](int dx, int dy) {
         const int a = m.value(x - dx, y - dy), b = m.value(x + dx, y + dy);
-        const int bend =
-            2 * zurno_green(m, x, y) - zurno_green(m, x - dx, y - dy) - zurno_green(m, x + dx, y + dy);
+        const int bend = 2 * zurno_green(m, x, y) - zurno_green(m, x - dx, y - dy) - zurno_green(m, x + dx, y + dy);
         return Estimate{std::abs(bend) + std::abs(a - b), (a + b + 1) / 2 + quarter(bend)};
     };
     if (m.colour(x, y) != 1) return clamp(m, better(along(1, 1), along(-1, 1)));
@@ -165,22 +151,14 @@ inline int four_colour(const Mosaic& m, int x, int y, int plane) {
 inline int colour_at(const Mosaic& m, Method method, int x, int y, int channel) {
     const bool own = m.colour(x, y) == channel, own_plane = m.plane(x, y) == channel;
     switch (method) {
-        case Method::kOwn:
-            return own ? m.value(x, y) : -1;
-        case Method::kOwnPlane:
-            return own_plane ? m.value(x, y) : -1;
-        case Method::kGrey:
-            return m.value(x, y);
-        case Method::kQuelt:
-            return quelt(m, x, y, channel);
-        case Method::kFourColour:
-            return own_plane ? m.value(x, y) : four_colour(m, x, y, channel);
-        case Method::kNearest:
-            return own ? m.value(x, y) : nearest(m, x, y, channel);
-        case Method::kZurno:
-            return own ? m.value(x, y) : zurno(m, x, y, channel);
-        default:
-            return own ? m.value(x, y) : edge(m, x, y, channel, method == Method::kEdgeHalvedCorners);
+        case Method::kOwn: return own ? m.value(x, y) : -1;
+        case Method::kOwnPlane: return own_plane ? m.value(x, y) : -1;
+        case Method::kGrey: return m.value(x, y);
+        case Method::kQuelt: return quelt(m, x, y, channel);
+        case Method::kFourColour: return own_plane ? m.value(x, y) : four_colour(m, x, y, channel);
+        case Method::kNearest: return own ? m.value(x, y) : nearest(m, x, y, channel);
+        case Method::kZurno: return own ? m.value(x, y) : zurno(m, x, y, channel);
+        default: return own ? m.value(x, y) : edge(m, x, y, channel, method == Method::kEdgeHalvedCorners);
     }
 }
 

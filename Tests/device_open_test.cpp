@@ -90,8 +90,8 @@ TEST(Open, ACountBeyondAnyCameraIsUnreadable) {
                          .high_speed = 0};
     const std::string text = printed_by([&] { EXPECT_EQ(tovix_camera_open(&camera, &wanted), 0); });
     EXPECT_EQ(camera, nullptr);
-    EXPECT_TRUE(contains(
-        text, "error: unable to read param 'TOVIX_FO_KPS_ARRAY_CNT'\nerror: unable to open usb device\n"))
+    EXPECT_TRUE(
+        contains(text, "error: unable to read param 'TOVIX_FO_KPS_ARRAY_CNT'\nerror: unable to open usb device\n"))
         << text;
 }
 
@@ -210,8 +210,7 @@ void visit_cameras(SimulatedBus&) {
 TEST(Open, AnyFailingOperationLeavesNoObjectBehind) {
     // Every platform operation of a bring-up fails once, in every way that an operation can be refused. The
     // bus's destructor counts the objects that are left over.
-    for (const IOReturn status :
-         {kIOReturnError, kIOReturnNoDevice, kIOReturnNoMemory, kIOReturnExclusiveAccess}) {
+    for (const IOReturn status : {kIOReturnError, kIOReturnNoDevice, kIOReturnNoMemory, kIOReturnExclusiveAccess}) {
         std::uint64_t operations = 1;
         for (std::uint32_t step = 0; step < operations; ++step) {
             SimulatedBus bus;
@@ -228,9 +227,8 @@ TEST(Open, AnyFailingOperationLeavesNoObjectBehind) {
             const std::string printed = quiet.text();
             _tovix* camera = nullptr;
             EXPECT_EQ(tovix_camera_open_by_pid(&camera, 0x0113), 0);
-            EXPECT_NE(camera, nullptr)
-                << "after operation " << step << " failed with " << std::hex << status << "\n"
-                << printed;
+            EXPECT_NE(camera, nullptr) << "after operation " << step << " failed with " << std::hex << status << "\n"
+                                       << printed;
             tovix_camera_close(&camera);
         }
         EXPECT_GT(operations, 100u);
@@ -240,9 +238,8 @@ TEST(Open, AnyFailingOperationLeavesNoObjectBehind) {
 TEST(Open, ADeviceThatFailsAtAnyTransferIsLeftCleanly) {
     for (const FaultKind kind : {FaultKind::kStall, FaultKind::kTimeout, FaultKind::kShortAnswer,
                                  FaultKind::kEmptyAnswer, FaultKind::kUnplug, FaultKind::kReplug}) {
-        for (const Place place :
-             {Place::kMemoryWrite, Place::kRegisterRead, Place::kRegisterWrite, Place::kDescriptor,
-              Place::kSetConfiguration, Place::kSetAlternate, Place::kClearHalt, Place::kBulkOut}) {
+        for (const Place place : {Place::kMemoryWrite, Place::kRegisterRead, Place::kRegisterWrite, Place::kDescriptor,
+                                  Place::kSetConfiguration, Place::kSetAlternate, Place::kClearHalt, Place::kBulkOut}) {
             for (std::uint32_t skip = 0; skip < 60; skip += 1 + skip / 8) {
                 SimulatedBus bus;
                 Port& port = bus.attach("mira13c", DeviceOptions::State::kBare);

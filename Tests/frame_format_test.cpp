@@ -32,8 +32,7 @@ TEST(FrameFormat, IsWrittenReadBackAndDivided) {
     });
     const _tovix_frame_format wanted = area(1000, 600, 3, 2);
     const std::string printed = printed_by([&] { EXPECT_EQ(tovix_set_video_format(camera, &wanted), 0); });
-    EXPECT_EQ(printed.substr(0, printed.find("kps")),
-              "cam_write_format: subsample=3x2, size=333x300, position=16x8\n");
+    EXPECT_EQ(printed.substr(0, printed.find("kps")), "cam_write_format: subsample=3x2, size=333x300, position=16x8\n");
     port.access()->set_observer({});
     EXPECT_EQ(writes, (std::vector<std::string>{
                           "value=0000 index=100C length=4 done 4: E8 03 58 02",
@@ -62,8 +61,8 @@ TEST(FrameFormat, BadFormatsAreRefusedUnsent) {
     OpenCamera camera;
     int transfers = 0;
     port.access()->set_observer([&](const tovix::simulator::Transfer&) { ++transfers; });
-    for (const _tovix_frame_format& bad : {area(640, 480, 0), area(640, 480, 1, 256), area(0, 480),
-                                           area(640, 0), area(640, 480, 2), area(640, 480, 1, 2)}) {
+    for (const _tovix_frame_format& bad : {area(640, 480, 0), area(640, 480, 1, 256), area(0, 480), area(640, 0),
+                                           area(640, 480, 2), area(640, 480, 1, 2)}) {
         EXPECT_EQ(tovix_set_video_format(camera, &bad), TOVIX_EINVAL);
     }
     EXPECT_EQ(tovix_set_video_format(camera, nullptr), -1);
@@ -76,9 +75,8 @@ TEST(FrameFormat, BadFormatsAreRefusedUnsent) {
 
 TEST(FrameFormat, LayoutBitsFollowTheColourCode) {
     const std::map<std::uint32_t, std::vector<std::uint32_t>> codes_of_flags{
-        {1, {0, 5, 6}},         {0, {8, 12, 19, 23}},  {8, {9, 13, 18, 22}},
-        {12, {10, 14, 17, 21}}, {4, {11, 15, 16, 20}}, {2, {24, 31}},
-        {10, {25, 30}},         {14, {26, 29}},        {6, {27, 28}},
+        {1, {0, 5, 6}}, {0, {8, 12, 19, 23}}, {8, {9, 13, 18, 22}}, {12, {10, 14, 17, 21}}, {4, {11, 15, 16, 20}},
+        {2, {24, 31}},  {10, {25, 30}},       {14, {26, 29}},       {6, {27, 28}},
     };
     std::map<std::uint32_t, std::uint32_t> expected;
     for (const auto& [flags, codes] : codes_of_flags)

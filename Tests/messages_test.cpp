@@ -37,22 +37,18 @@ TEST(Messages, OfAnOpenWhosePlatformOperationFails) {
         {Operation::kIOMasterPort, 0, "ERR: Couldn't create a master IOKit Port(e00002c0)\n", -1},
         {Operation::kIOServiceMatching, 0, "Can't create a USB matchingUnenumeratedDict dictionary\n", -1},
         {Operation::kCFNumberCreate, 1, "Can't create a USB matchingUnenumeratedDict dictionary\n", -1},
-        {Operation::kIOServiceGetMatchingServices, 0,
-         "error: unable to find matching services: err=E00002C0\n", -3},
+        {Operation::kIOServiceGetMatchingServices, 0, "error: unable to find matching services: err=E00002C0\n", -3},
         {Operation::kIOCreatePlugInInterfaceForService, 0,
          "IOCreatePlugInInterfaceForService(usb_device Err 0xe00002c0 -536870208\n" + lost, 0},
         {Operation::kQueryInterface, 0, "usb_open_device: query interface error: No such device\n" + lost, 0},
-        {Operation::kGetDeviceVendor, 0, "usb_open_device: get device vendor error: No such device\n" + lost,
+        {Operation::kGetDeviceVendor, 0, "usb_open_device: get device vendor error: No such device\n" + lost, 0},
+        {Operation::kGetDeviceProduct, 0, "usb_open_device: get device product error: No such device\n" + lost, 0},
+        {Operation::kGetDeviceReleaseNumber, 0, "usb_open_device: get device release error: No such device\n" + lost,
          0},
-        {Operation::kGetDeviceProduct, 0,
-         "usb_open_device: get device product error: No such device\n" + lost, 0},
-        {Operation::kGetDeviceReleaseNumber, 0,
-         "usb_open_device: get device release error: No such device\n" + lost, 0},
         {Operation::kUSBDeviceOpen, 0, "usb_open_device: usb device open error: No such device\n" + lost, 0},
         {Operation::kGetConfigurationDescriptorPtr, 0,
          "usb_open_device: usb get config descriptor error: No such device\n" + lost, 0},
-        {Operation::kSetConfiguration, 0, "usb_open_device: usb set config error: No such device\n" + lost,
-         0},
+        {Operation::kSetConfiguration, 0, "usb_open_device: usb set config error: No such device\n" + lost, 0},
         {Operation::kCreateInterfaceIterator, 0,
          "usb_open_device: usb create interface iterator error: No such device\n" + lost, 0},
         {Operation::kIOCreatePlugInInterfaceForService, 1,
@@ -140,8 +136,7 @@ TEST(Messages, OfRegistersThatDoNotAnswer) {
     };
     for (const auto& [place, address, printed] : cases) {
         SimulatedBus bus;
-        bus.attach("mira13c").access()->faults().plant(
-            {.place = place, .kind = FaultKind::kStall, .address = address});
+        bus.attach("mira13c").access()->faults().plant({.place = place, .kind = FaultKind::kStall, .address = address});
         EXPECT_EQ(last_lines(printed_by([] { EXPECT_EQ(open_mira(), 0); }), printed), printed);
     }
     for (const bool write : {false, true}) {
@@ -152,8 +147,7 @@ TEST(Messages, OfRegistersThatDoNotAnswer) {
                                        .kind = FaultKind::kStall,
                                        .address = TOVIX_FAN});
         const std::string text = printed_by([] { EXPECT_EQ(open_mira(), 0); });
-        EXPECT_NE(text.find(write ? unwritable("TOVIX_FAN") : unreadable("TOVIX_FAN")), std::string::npos)
-            << text;
+        EXPECT_NE(text.find(write ? unwritable("TOVIX_FAN") : unreadable("TOVIX_FAN")), std::string::npos) << text;
     }
 }
 
@@ -206,15 +200,13 @@ TEST(Messages, OfTransfers) {
     EXPECT_EQ(printed_by([&] { EXPECT_EQ(tz_usb_read_tovix_u32(camera, TOVIX_FO_SIZE, &word), -1); }),
               "TVXUSBReadControlPipe Err 0xFFFFFFFF -1\nerror: unable to read register from camera\n");
     plant(Place::kRegisterWrite, FaultKind::kOverrun);
-    EXPECT_EQ(
-        printed_by([&] { EXPECT_EQ(tz_usb_write_tovix_u32(camera, TOVIX_FO_COLOR_ID, 8), -1); }),
-        "TVXUSBWriteControlPipe Err 0xE00002E8 -536870168\nerror: unable to write register to camera\n");
+    EXPECT_EQ(printed_by([&] { EXPECT_EQ(tz_usb_write_tovix_u32(camera, TOVIX_FO_COLOR_ID, 8), -1); }),
+              "TVXUSBWriteControlPipe Err 0xE00002E8 -536870168\nerror: unable to write register to camera\n");
     EXPECT_EQ(printed_by([&] { EXPECT_EQ(tz_usb_read_tovix_u32(nullptr, 0, &word), -1); }),
               "error: camera reference cannot be NULL\n");
     EXPECT_EQ(printed_by([&] { EXPECT_EQ(tz_usb_bulk_read(camera, 9, &word, 4), -1); }),
               "pipe is not ready: status=E0004061\n");
-    bus->plant(
-        {.operation = Operation::kReadPipeTO, .skip = 0, .times = 1, .status = kIOUSBTransactionTimeout});
+    bus->plant({.operation = Operation::kReadPipeTO, .skip = 0, .times = 1, .status = kIOUSBTransactionTimeout});
     EXPECT_EQ(printed_by([&] { EXPECT_EQ(tz_usb_bulk_read(camera, 1, &word, 4), 0); }),
               "myUSBReadBulkPipe WritePipeTO failed 0xE0004051 -536854447\n");
 }
@@ -234,13 +226,11 @@ TEST(Messages, OfStartUp) {
         {Operation::kQueryInterface, 0, first + "couldn't create a device interface (e00002bc)\n"},
         {Operation::kGetDeviceVendor, 0, first + "GetDeviceVendor err -536870212\n"},
         {Operation::kGetDeviceProduct, 0, first + "VID = 0xE6C1\nGetDeviceProduct  err -536870212\n"},
-        {Operation::kGetDeviceReleaseNumber, 0,
-         ids + "GetDeviceReleaseNumber err -536870212\nDID = 0x0\n" + reset},
+        {Operation::kGetDeviceReleaseNumber, 0, ids + "GetDeviceReleaseNumber err -536870212\nDID = 0x0\n" + reset},
         {Operation::kUSBDeviceOpen, 0, opened + "unable to open device: e00002bc\n"},
         {Operation::kGetConfigurationDescriptorPtr, 0,
          opened + "unable to get config descriptor for index 0 (err = e00002bc)\n" + failed},
-        {Operation::kSetConfiguration, 0,
-         opened + "unable to set configuration to value 1 (err=e00002bc)\n" + failed},
+        {Operation::kSetConfiguration, 0, opened + "unable to set configuration to value 1 (err=e00002bc)\n" + failed},
         {Operation::kDeviceRequestTO, 0, opened + "error: unable to write data to FX2\n" + failed},
         {Operation::kDeviceRequestTO, 9, opened + reset + "error: unable to write data to FX2\n" + failed},
         {Operation::kDeviceRequestTO, 61, opened + reset + "error: unable to write data to FX2\n" + failed},
@@ -253,8 +243,7 @@ TEST(Messages, OfStartUp) {
     };
     for (const auto& [operation, skip, printed] : bare) {
         SimulatedBus bus;
-        if (operation != Operation::kIOServiceGetMatchingServices)
-            bus.attach("mira13c", DeviceOptions::State::kBare);
+        if (operation != Operation::kIOServiceGetMatchingServices) bus.attach("mira13c", DeviceOptions::State::kBare);
         bus->plant({.operation = operation, .skip = skip});
         usb_init = 0;
         EXPECT_EQ(printed_by([] { tovix_init(TOVIX_RESOURCES); }).substr(0, printed.size()), printed);
@@ -267,13 +256,10 @@ TEST(Messages, OfStartUp) {
         std::uint32_t address, skip;
         std::string printed;
     } fpga[] = {
-        {Place::kRegisterRead, TOVIX_FPGA_CONTROL, 0,
-         "usb_load_fpga: unable to read register: Broken pipe\n"},
+        {Place::kRegisterRead, TOVIX_FPGA_CONTROL, 0, "usb_load_fpga: unable to read register: Broken pipe\n"},
         {Place::kSetAlternate, 1, 0, "usb_load_fpga: unable to set alternate interface: Broken pipe\n"},
-        {Place::kRegisterWrite, TOVIX_FPGA_CONTROL, 0,
-         "usb_load_fpga: unable to write register: Broken pipe\n"},
-        {Place::kRegisterWrite, TOVIX_FPGA_CONTROL, 1,
-         "usb_load_fpga: unable to write register: Broken pipe\n"},
+        {Place::kRegisterWrite, TOVIX_FPGA_CONTROL, 0, "usb_load_fpga: unable to write register: Broken pipe\n"},
+        {Place::kRegisterWrite, TOVIX_FPGA_CONTROL, 1, "usb_load_fpga: unable to write register: Broken pipe\n"},
         {Place::kBulkOut, Fault::kAnyAddress, 0,
          "myUSBReadBulkPipe WritePipeTO failed 0xE000404F -536854449\nsent FPGA binary to camera\n"
          "usb_load_fpga: unable to load FPGA: timeout\n"},
@@ -285,8 +271,7 @@ TEST(Messages, OfStartUp) {
             ->faults()
             .plant({.place = place, .kind = FaultKind::kStall, .address = address, .skip = skip});
         usb_init = 0;
-        EXPECT_EQ(last_lines(printed_by([] { EXPECT_EQ(tovix_init(TOVIX_RESOURCES), 0); }), printed),
-                  printed);
+        EXPECT_EQ(last_lines(printed_by([] { EXPECT_EQ(tovix_init(TOVIX_RESOURCES), 0); }), printed), printed);
     }
 }
 

@@ -97,11 +97,9 @@ TEST(Picture, FillsTheSensorWithAreaMeans) {
         {2, 1, {255, 0}, 4, 2, {1, 1, 0, 0, 1, 1, 0, 0}},
     };
     for (const auto& c : cases) {
-        const Irradiance image =
-            picture(c.width, c.height, PNG_FORMAT_GRAY, c.codes)->project(c.columns, c.rows);
+        const Irradiance image = picture(c.width, c.height, PNG_FORMAT_GRAY, c.codes)->project(c.columns, c.rows);
         for (std::size_t i = 0; i < c.light.size(); ++i)
-            EXPECT_NEAR(image.samples[3 * i], c.light[i], 1e-5)
-                << c.width << " x " << c.height << " at " << i;
+            EXPECT_NEAR(image.samples[3 * i], c.light[i], 1e-5) << c.width << " x " << c.height << " at " << i;
     }
 }
 
@@ -277,11 +275,9 @@ TEST(Sensor, BlurSpreadsAPointAsAGaussian) {
         const Bytes frame = render(scene, settings);
         double sum = 0, centre = 0, across = 0, down = 0;
         for (int i = 0; i < 41 * 41; ++i) {
-            const double light =
-                (frame[std::size_t(2 * i)] * 256 + frame[std::size_t(2 * i + 1)]) / (257 * 242.0);
+            const double light = (frame[std::size_t(2 * i)] * 256 + frame[std::size_t(2 * i + 1)]) / (257 * 242.0);
             const double dx = i % 41 - 20, dy = i / 41 - 20;
-            sum += light, centre += light * (dx + 100 * dy), across += light * dx * dx,
-                down += light * dy * dy;
+            sum += light, centre += light * (dx + 100 * dy), across += light * dx * dx, down += light * dy * dy;
         }
         EXPECT_NEAR(sum, 1, 0.01) << blur;
         EXPECT_NEAR(centre, 0, 0.01) << blur;
@@ -360,8 +356,7 @@ TEST(Sensor, BearsAnySettings) {
 }
 
 TEST(Chart, IsWholeAndLitRightAtAnySize) {
-    constexpr std::pair<unsigned, unsigned> kSizes[] = {{1, 1}, {1, 300},   {300, 1},
-                                                        {3, 5}, {640, 480}, {500, 900}};
+    constexpr std::pair<unsigned, unsigned> kSizes[] = {{1, 1}, {1, 300}, {300, 1}, {3, 5}, {640, 480}, {500, 900}};
     for (const auto& [width, height] : kSizes) {
         const Irradiance chart = test_chart()->project(width, height);
         ASSERT_EQ(chart.samples.size(), 3u * width * height);
@@ -370,8 +365,7 @@ TEST(Chart, IsWholeAndLitRightAtAnySize) {
         EXPECT_LE(most, 1.0f) << width << " x " << height;
     }
     const Irradiance chart = test_chart()->project(640, 480);
-    for (const auto& [x, y, level] :
-         {std::tuple{525, 180, 0.5f}, {213, 110, 0.3f}, {125, 400, 0.0f}, {515, 400, 1.0f}})
+    for (const auto& [x, y, level] : {std::tuple{525, 180, 0.5f}, {213, 110, 0.3f}, {125, 400, 0.0f}, {515, 400, 1.0f}})
         for (std::size_t c = 0; c < 3; ++c)
             EXPECT_NEAR(chart.row(std::size_t(y))[3 * std::size_t(x) + c], level, 1e-3) << x << ", " << y;
     const float* red_patch = chart.row(145) + 3 * 65;

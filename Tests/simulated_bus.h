@@ -35,8 +35,7 @@ class SimulatedBus {
     SimulatedBus& operator=(const SimulatedBus&) = delete;
 
     /// A camera of that model; ready to be opened unless told otherwise.
-    Port& attach(std::string_view model = "mira13c",
-                 DeviceOptions::State state = DeviceOptions::State::kReady,
+    Port& attach(std::string_view model = "mira13c", DeviceOptions::State state = DeviceOptions::State::kReady,
                  const std::function<void(DeviceOptions&)>& change = {}) {
         DeviceOptions options;
         simulator::Model found;

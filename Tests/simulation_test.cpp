@@ -95,13 +95,13 @@ TEST(Simulation, FaultsComeWhereAndWhenTheyWerePlanted) {
                                 .value = 0,
                                 .delay_us = 0};
     _tovix* camera = nullptr;
-    for (const auto& [kind, reason] : {std::pair{TOVIX_FAULT_REFUSED, "Permission denied"},
-                                       {TOVIX_FAULT_BUSY, "Device or resource busy"}}) {
+    for (const auto& [kind, reason] :
+         {std::pair{TOVIX_FAULT_REFUSED, "Permission denied"}, {TOVIX_FAULT_BUSY, "Device or resource busy"}}) {
         fault.kind = static_cast<std::uint32_t>(kind);
         ASSERT_EQ(tovix_simulation_plant_fault(device, &fault), 0);
-        EXPECT_EQ(printed_by([&] { EXPECT_EQ(tovix_camera_open_by_pid(&camera, 0x0203), 0); }),
-                  std::string("usb_open_device: usb device open error: ") + reason +
-                      "\nerror: unable to open usb device\n");
+        EXPECT_EQ(
+            printed_by([&] { EXPECT_EQ(tovix_camera_open_by_pid(&camera, 0x0203), 0); }),
+            std::string("usb_open_device: usb device open error: ") + reason + "\nerror: unable to open usb device\n");
         EXPECT_EQ(camera, nullptr);
     }
     fault.place = TOVIX_FAULT_MOMENT;

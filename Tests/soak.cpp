@@ -3,8 +3,7 @@
 //
 //   soak FRAMES STARTS OPENS
 //
-// Prints frame rate and processor share, torn and unaccounted-for frames, and what grew: memory, descriptors,
-// threads.
+// Prints frame rate and processor share, torn and unaccounted-for frames, and what grew: memory, descriptors, threads.
 #include <sys/resource.h>
 
 #include <chrono>
@@ -78,8 +77,8 @@ void run_frames(_tovix* camera, tovix_simulated_camera* device, long frames) {
             break;
         }
         std::uint32_t serial = 0;
-        torn += tovix_simulation_check_frame(tovix_get_buffer_address(camera, index), format.width,
-                                             format.height, &serial) != 1;
+        torn += tovix_simulation_check_frame(tovix_get_buffer_address(camera, index), format.width, format.height,
+                                             &serial) != 1;
         unsorted += serial < expected;
         skipped += serial - expected;
         expected = serial + 1;

@@ -100,10 +100,7 @@ TEST_F(StreamFaults, AThreadThatGivesUpTellsTheStart) {
     bus->plant({.operation = Operation::kCreateInterfaceAsyncEventSource});
     EXPECT_EQ(printed_by([&] { EXPECT_EQ(tovix_start_streaming(camera), -1); }),
               "error: unable to create async event source\n");
-    plant({.place = Place::kRegisterWrite,
-           .kind = FaultKind::kStall,
-           .address = TOVIX_VIDEO_SWITCH,
-           .times = 2});
+    plant({.place = Place::kRegisterWrite, .kind = FaultKind::kStall, .address = TOVIX_VIDEO_SWITCH, .times = 2});
     EXPECT_EQ(printed_by([&] { EXPECT_EQ(tovix_start_streaming(camera), -1); }),
               "TVXUSBWriteControlPipe Err 0xE000404F -536854449\nerror: unable to send stop video command\n"
               "TVXUSBWriteControlPipe Err 0xE000404F -536854449\nerror: unable to enable video\n");
@@ -113,8 +110,7 @@ TEST_F(StreamFaults, AThreadThatGivesUpTellsTheStart) {
     plant({.place = Place::kRegisterWrite, .kind = FaultKind::kStall, .address = TOVIX_VIDEO_SWITCH});
     StderrCapture capture;
     EXPECT_EQ(stop(), 0);
-    EXPECT_EQ(capture.text(),
-              "TVXUSBWriteControlPipe Err 0xE000404F -536854449\nerror: unable to stop video\n");
+    EXPECT_EQ(capture.text(), "TVXUSBWriteControlPipe Err 0xE000404F -536854449\nerror: unable to stop video\n");
 }
 
 TEST_F(StreamFaults, AFailedTransferDuringAStopIsReadAgain) {
@@ -133,8 +129,7 @@ TEST_F(StreamFaults, UnplugWhileHoldingBuffersAndWaiting) {
             ASSERT_EQ(next_frame(), i);
         if (holds == 3) {
             const StreamLock lock(camera->stream.stream_mutex);
-            camera->stream.buffers[2].hold_count =
-                1;  // held while it fills: as good as held for what follows
+            camera->stream.buffers[2].hold_count = 1;  // held while it fills: as good as held for what follows
         }
         std::vector<std::thread> waiters;
         std::atomic<int> ended{0};
@@ -170,10 +165,8 @@ TEST_F(StreamFaults, UnplugWhileIdleStartingAndStopping) {
     for (const char* when : {"idle", "enabled", "starting", "stopping", "not stopped"}) {
         const std::string_view moment = when;
         if (moment == "starting")
-            plant({.place = Place::kRegisterWrite,
-                   .kind = FaultKind::kUnplug,
-                   .address = TOVIX_VIDEO_SWITCH,
-                   .skip = 1});
+            plant(
+                {.place = Place::kRegisterWrite, .kind = FaultKind::kUnplug, .address = TOVIX_VIDEO_SWITCH, .skip = 1});
         if (moment != "idle") {
             ASSERT_EQ(tovix_enable_streaming(camera), 0);
         }
@@ -182,8 +175,7 @@ TEST_F(StreamFaults, UnplugWhileIdleStartingAndStopping) {
         } else if (moment == "stopping" || moment == "not stopped") {
             ASSERT_EQ(tovix_start_streaming(camera), 0);
             std::thread stopper;
-            if (moment == "stopping")
-                stopper = std::thread([&] { EXPECT_EQ(tovix_stop_streaming(camera), 0); });
+            if (moment == "stopping") stopper = std::thread([&] { EXPECT_EQ(tovix_stop_streaming(camera), 0); });
             if (moment == "stopping") eventually([&] { return bool{camera->stream.stream_stopping}; });
             port.access()->unplug();
             if (stopper.joinable()) stopper.join();

@@ -52,9 +52,7 @@ class StreamTest : public ::testing::Test {
     /// Stop the stream: the camera has to deliver the frame that is being read. Time stands still until the
     /// stop has been requested, so that it is the only one.
     std::int32_t stop() {
-        const auto requested = [&] {
-            return camera->stream.stream_stopping || !camera->stream.stream_running;
-        };
+        const auto requested = [&] { return camera->stream.stream_stopping || !camera->stream.stream_running; };
         return while_stepping([&] { return tovix_stop_streaming(camera); }, kFramePeriodUs, requested);
     }
 
@@ -101,8 +99,8 @@ class StreamTest : public ::testing::Test {
     }
 
     SimulatedBus bus;
-    Port& port = bus.attach("mira13c", DeviceOptions::State::kReady,
-                            [](DeviceOptions& options) { options.mark_frames = true; });
+    Port& port =
+        bus.attach("mira13c", DeviceOptions::State::kReady, [](DeviceOptions& options) { options.mark_frames = true; });
     OpenCamera camera;
 };
 

@@ -79,8 +79,7 @@ TEST_F(StreamTest, WithAllHeldAReleaseGoesOn) {
     bus->step(10 * kFramePeriodUs);
     EXPECT_EQ(tovix_release_buffer(camera, 1), 0);
     skip_frames(1);
-    EXPECT_EQ(tovix_wait_for_capture_to_buffer(camera), TOVIX_EINVAL)
-        << "the only free buffer is read into again";
+    EXPECT_EQ(tovix_wait_for_capture_to_buffer(camera), TOVIX_EINVAL) << "the only free buffer is read into again";
     EXPECT_EQ(tovix_release_buffer(camera, 0), 0);
     skip_frames(1);
     EXPECT_EQ(tovix_wait_for_capture_to_buffer(camera), 1);
@@ -142,8 +141,7 @@ TEST_F(StreamTest, CallsOutOfOrderAreRefused) {
               "stream is not running - no data to wait for...\n");
     EXPECT_EQ(message(0, [&] { return tovix_enable_streaming(camera); }),
               "tovix_enable_streaming: number of bytes expected: 1024\n");
-    EXPECT_EQ(message(-1, [&] { return tovix_enable_streaming(camera); }),
-              "error: stream is already running\n");
+    EXPECT_EQ(message(-1, [&] { return tovix_enable_streaming(camera); }), "error: stream is already running\n");
     EXPECT_EQ(tovix_get_video_frame_size(camera), 1024u);
     EXPECT_EQ(tovix_get_buffer_count(camera), 3);
     EXPECT_EQ(tovix_get_buffer_status(camera, 0), TOVIX_ENOTSUP);
@@ -156,8 +154,7 @@ TEST_F(StreamTest, CallsOutOfOrderAreRefused) {
     ASSERT_EQ(tovix_start_streaming(camera), 0);
     EXPECT_EQ(message(TOVIX_EINVAL, [&] { return tovix_start_streaming(camera); }),
               "error: stream is already running\n");
-    EXPECT_EQ(message(-1, [&] { return tovix_enable_streaming(camera); }),
-              "error: stream is already running\n");
+    EXPECT_EQ(message(-1, [&] { return tovix_enable_streaming(camera); }), "error: stream is already running\n");
     EXPECT_EQ(message(-1, [&] { return tovix_disable_streaming(camera); }),
               "error: unable to disable stream while stream is running\n");
     EXPECT_EQ(tovix_release_buffer(camera, 0), TOVIX_EINVAL) << "not held";

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Control and bulk transfers, registers and strings: what goes over the wire, and what comes of answers that
-// are wrong.
+// Control and bulk transfers, registers and strings: what goes over the wire, and what comes of answers that are wrong.
 #include "transport.h"
 
 #include "simulated_bus.h"
@@ -28,20 +27,18 @@ TEST(Registers, GoOverTheWireAsVendorRequests) {
     Wire wire;
     EXPECT_EQ(tz_usb_write_tovix_two_u16(wire.camera, 0x100C, 0x0280, 0x01E0), 0);
     std::uint16_t first = 0, second = 0;
-    EXPECT_EQ(tz_usb_read_tovix_two_u16(wire.camera, 0x1100C, &first, &second), 0)
-        << "low 16 bits of the address";
+    EXPECT_EQ(tz_usb_read_tovix_two_u16(wire.camera, 0x1100C, &first, &second), 0) << "low 16 bits of the address";
     EXPECT_EQ(first, 0x0280);
     EXPECT_EQ(second, 0x01E0);
     std::uint32_t block[4] = {};
     EXPECT_EQ(tz_usb_read_tovix_array(wire.camera, 0x04A0, block, 4), 0);
     EXPECT_EQ(block[1], 10'000u);
-    EXPECT_EQ(wire.lines,
-              (std::vector<std::string>{
-                  "control 40 12 value=0000 index=100C length=4 done 4: 80 02 E0 01",
-                  "control C0 12 value=0000 index=100C length=4 done 4: 80 02 E0 01",
-                  "control C0 12 value=0000 index=04A0 length=16 done 16: 00 00 00 80 10 27 00 00 0A 00 "
-                  "00 00 00 87 93 03",
-              }));
+    EXPECT_EQ(wire.lines, (std::vector<std::string>{
+                              "control 40 12 value=0000 index=100C length=4 done 4: 80 02 E0 01",
+                              "control C0 12 value=0000 index=100C length=4 done 4: 80 02 E0 01",
+                              "control C0 12 value=0000 index=04A0 length=16 done 16: 00 00 00 80 10 27 00 00 0A 00 "
+                              "00 00 00 87 93 03",
+                          }));
 }
 
 TEST(Registers, RefuseWhatCannotBeTransferred) {
@@ -160,12 +157,8 @@ TEST(Strings, AreTakenAsTheyComeAndNeverBelieved) {
 }
 
 TEST(Strings, SerialNumbersCountEveryCharacter) {
-    for (const auto& [text, serial] : {std::pair{"0123", 123u},
-                                       {"12A", 127u},
-                                       {"", 0u},
-                                       {"1 ", 4u},
-                                       {"99999999999", 1215752191u},
-                                       {"\xE9", 5u}}) {
+    for (const auto& [text, serial] :
+         {std::pair{"0123", 123u}, {"12A", 127u}, {"", 0u}, {"1 ", 4u}, {"99999999999", 1215752191u}, {"\xE9", 5u}}) {
         SimulatedBus bus;
         Port& port = bus.attach("mira13c");
         port.access()->setup().serial_text = text;

@@ -135,9 +135,7 @@ TEST(VormCamera, ConvertsWhileTheStreamRuns) {
     const tovix_image_format format{52, 2, 2, 0, 4, 0, {}, 0, {}};
     const tovix_conversion_params params{12, 1, 14, 0, 0, 0, 0, 0, 0, 0, 0};
     StreamState& stream = camera.handle->stream;
-    const auto convert = [&] {
-        return tovix_convert_frame_to_rgb(camera.handle, image, frame, &format, &params);
-    };
+    const auto convert = [&] { return tovix_convert_frame_to_rgb(camera.handle, image, frame, &format, &params); };
     for (const auto& [running, stopping] : {std::pair{false, false}, {false, true}, {true, true}}) {
         stream.stream_running.set(running), stream.stream_stopping.set(stopping);
         EXPECT_EQ(printed([&] { EXPECT_EQ(convert(), -22); }), "error: stream is already running\n");
@@ -148,9 +146,7 @@ TEST(VormCamera, ConvertsWhileTheStreamRuns) {
     EXPECT_EQ(std::count(image, image + 12, 100), 12);
     Camera without({});
     without.handle->stream.stream_running.set(true);
-    const auto first = [&] {
-        return tovix_convert_frame_to_rgb(without.handle, image, frame, &format, nullptr);
-    };
+    const auto first = [&] { return tovix_convert_frame_to_rgb(without.handle, image, frame, &format, nullptr); };
     EXPECT_EQ(first(), -14);
     EXPECT_EQ(first(), 0);
     EXPECT_EQ(tovix_convert_frame_to_rgb(nullptr, image, frame, &format, nullptr), -1);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The conversion call: which kernel it runs with which arguments, what it does with the caller's records, and
-// what it refuses.
+// The conversion call: which kernel it runs with which arguments, what it does with the caller's records, and what it
+// refuses.
 #include <gtest/gtest.h>
 #include <tovixapi/kernels.h>
 #include <tovixapi/tovixapi.h>
@@ -129,10 +129,9 @@ TEST(VormConvert, RunsTheKernelOfTheTable) {
 
             const bool two_fields = f.interlaced != 0;
             const unsigned bits = asked == 0 || (asked == 8 && method != kMono) ? 24 : asked;
-            const Call kernel = bits == 48 ? (f.sample_kind == 0 ? kNone : wide[two_fields])
-                                : bits == 8
-                                    ? grey[2 * (f.sample_kind != 0) + two_fields]
-                                    : (f.sample_kind == 0 ? bytes : words)[2 * two_fields + (bits == 32)];
+            const Call kernel = bits == 48  ? (f.sample_kind == 0 ? kNone : wide[two_fields])
+                                : bits == 8 ? grey[2 * (f.sample_kind != 0) + two_fields]
+                                            : (f.sample_kind == 0 ? bytes : words)[2 * two_fields + (bits == 32)];
             Canvas converted, expected;
             const int done = vorm.ConvertBayerToRgb(converted.image(), kFrame.data(), asked, &f, &s);
             const auto name = testing::Message() << "method " << method << " case " << i << " bits " << bits;
@@ -143,14 +142,13 @@ TEST(VormConvert, RunsTheKernelOfTheTable) {
                         (s.flip_y == 0) ^ (f.rows_reversed != 0), f.sample_kind == 1,
                         s.lut_size != 0 ? lut.table : nullptr, s.lut_size != 0 ? lut16.data() : nullptr});
                 const bool padded = bits == 24 && !two_fields && method == 0;
-                if (s.correction_matrix != 0 && method != kMono)
-                    apply_matrix(expected.image(), bits, padded, matrix);
+                if (s.correction_matrix != 0 && method != kMono) apply_matrix(expected.image(), bits, padded, matrix);
             }
             ASSERT_TRUE(converted == expected) << name;
         }
     }
-    // Of the 15 pairs of samples and image, one has no kernel; with method 9 two more have none, and three
-    // have none for half of the frames.
+    // Of the 15 pairs of samples and image, one has no kernel; with method 9 two more have none, and three have none
+    // for half of the frames.
     EXPECT_EQ(conversions, 384 * (7 * 14) - 384 * 7 / 2);
 }
 
@@ -163,8 +161,7 @@ TEST(VormConvert, ReadsTheFormatOfTheFrame) {
     vorm.CorrectionMatrixSet(0), vorm.SetupLUT(kTable8.data(), 256, 15);
     auto lut16 = kTable16;
     for (std::uint32_t i = 0; i < 32 * 3 * 2; ++i) {
-        const std::uint32_t flags = i % 32, word_9 = std::array{0u, 0x100u, 0x80u}[i / 32 % 3],
-                            pixel_format = i / 96;
+        const std::uint32_t flags = i % 32, word_9 = std::array{0u, 0x100u, 0x80u}[i / 32 % 3], pixel_format = i / 96;
         const bool little = (flags & 2) != 0;
         Canvas direct, called;
         const Image format = image(pixel_format, flags | 0xFFFFFFE0, word_9);
@@ -233,16 +230,15 @@ TEST(VormConvert, ParametersDoForOnceWhatTheSettersDo) {
 TEST(VormConvert, RefusesAndLeavesTheImageAlone) {
     CVorm vorm;
     const Image bytes = image(0, 0), words = image(1, 0);
-    constexpr float kNan = std::numeric_limits<float>::quiet_NaN(),
-                    kInfinity = std::numeric_limits<float>::infinity();
+    constexpr float kNan = std::numeric_limits<float>::quiet_NaN(), kInfinity = std::numeric_limits<float>::infinity();
     const auto refuse = [&](int expected, const auto& change) {
         Params params = kFull;
         change(params);
         converted(vorm, &bytes, &params, expected);
     };
     for (const float bad : {kNan, kInfinity, -kInfinity}) {
-        for (const auto field : {&Params::hue, &Params::saturation, &Params::gain_or_red,
-                                 &Params::wb_u_or_green, &Params::wb_v_or_blue}) {
+        for (const auto field :
+             {&Params::hue, &Params::saturation, &Params::gain_or_red, &Params::wb_u_or_green, &Params::wb_v_or_blue}) {
             refuse(-14, [&](Params& p) { p.*field = bad; });
             refuse(-14, [&](Params& p) { p.*field = bad, p.colour_gains = 1; });
         }

@@ -41,8 +41,7 @@ struct Settings {
 };
 void apply(CVorm& vorm, const Settings& s) {
     vorm.CorrectionMatrixSet(s.selector), vorm.SetGain(s.gain), vorm.SetHue(s.hue);
-    vorm.SetSaturation(s.saturation_u, s.saturation_v),
-        vorm.SetWhiteBalance(s.white_balance_u, s.white_balance_v);
+    vorm.SetSaturation(s.saturation_u, s.saturation_v), vorm.SetWhiteBalance(s.white_balance_u, s.white_balance_v);
 }
 
 constexpr Weights kIdentity{4096, 0, 0, 0, 0, 4096, 0, 0, 0, 0, 4096, 0};
@@ -84,8 +83,7 @@ std::array<double, 3> converted(const Settings& s, std::array<double, 3> raw) {
     // Back: solve for r, g and b by elimination of g, whose weight is the same combination in the first two.
     const double k1 = 0.331 / 0.587, k2 = 0.419 / 0.587;  // of Y, so that U and V lose their green
     const double p = out_u + k1 * out_y, q = out_v + k2 * out_y;
-    const double a11 = -0.169 + k1 * 0.299, a12 = 0.5 + k1 * 0.114, a21 = 0.5 + k2 * 0.299,
-                 a22 = -0.081 + k2 * 0.114;
+    const double a11 = -0.169 + k1 * 0.299, a12 = 0.5 + k1 * 0.114, a21 = 0.5 + k2 * 0.299, a22 = -0.081 + k2 * 0.114;
     const double determinant = a11 * a22 - a12 * a21;
     const double red = (p * a22 - a12 * q) / determinant, blue = (a11 * q - a21 * p) / determinant;
     return {red, (out_y - 0.299 * red - 0.114 * blue) / 0.587, blue};
@@ -95,8 +93,7 @@ TEST(VormMatrix, AgreesWithTheMeaningOfTheSettings) {
     std::mt19937 random(1);
     std::uniform_real_distribution<double> any(-1.5, 1.5);
     for (int round = 0; round < 200; ++round) {
-        const Settings s{15,          1 + any(random), any(random), any(random), 180 * any(random),
-                         any(random), any(random)};
+        const Settings s{15, 1 + any(random), any(random), any(random), 180 * any(random), any(random), any(random)};
         Weights custom;
         for (int& weight : custom)
             weight = static_cast<int>(any(random) * 4096);
@@ -105,13 +102,12 @@ TEST(VormMatrix, AgreesWithTheMeaningOfTheSettings) {
         set_custom(vorm, custom);
         const Weights built = matrix_of(vorm);
         for (unsigned column = 0; column < 4; ++column) {
-            const auto weight = converted(
-                s, {custom[column] / 4096.0, custom[column + 4] / 4096.0, custom[column + 8] / 4096.0});
+            const auto weight =
+                converted(s, {custom[column] / 4096.0, custom[column + 4] / 4096.0, custom[column + 8] / 4096.0});
             for (unsigned row = 0; row < 3; ++row) {
                 const double expected = std::clamp(weight[row] * 4096, -32768.0, 32763.9);
                 EXPECT_NEAR(built[row * 4 + column], expected, 1.01) << "round " << round;
-                EXPECT_LE(std::abs(built[row * 4 + column]), std::abs(expected) + 0.01)
-                    << "not cut towards zero";
+                EXPECT_LE(std::abs(built[row * 4 + column]), std::abs(expected) + 0.01) << "not cut towards zero";
             }
         }
     }
@@ -287,8 +283,7 @@ TEST(MatrixPostProcess, KnownPixels) {
     EXPECT_EQ(post_processed(MatrixPostProcess4096, pixels, 2, identity), pixels);
     EXPECT_EQ(post_processed(MatrixPostProcess4096, pixels, 2, mixed), (Bytes{255, 0, 255, 200, 0, 10}));
     EXPECT_EQ(post_processed(MatrixPostProcess4096, pixels, 1, mixed), (Bytes{255, 0, 255, 100, 50, 10}));
-    EXPECT_EQ(post_processed(MatrixPostProcess4096to32, {100, 50, 10, 30}, 1, mixed),
-              (Bytes{230, 0, 10, 30}));
+    EXPECT_EQ(post_processed(MatrixPostProcess4096to32, {100, 50, 10, 30}, 1, mixed), (Bytes{230, 0, 10, 30}));
     EXPECT_EQ(post_processed(MatrixPostProcess4096, {201, 0, 0}, 1, below)[0], 200);
 }
 
@@ -297,14 +292,11 @@ template <class Channel>
 void compare(void (*routine)(short const*, Channel*, unsigned long), std::size_t channels) {
     constexpr int kTop = std::numeric_limits<Channel>::max();
     std::mt19937 random(2);
-    const auto one_of = [&](std::initializer_list<int> choices) {
-        return choices.begin()[random() % choices.size()];
-    };
+    const auto one_of = [&](std::initializer_list<int> choices) { return choices.begin()[random() % choices.size()]; };
     for (int round = 0; round < 300; ++round) {
         short m[12];
         for (short& weight : m)
-            weight = static_cast<short>(
-                one_of({-32768, 32763, 4096, 0, static_cast<int>(random() % 65536) - 32768}));
+            weight = static_cast<short>(one_of({-32768, 32763, 4096, 0, static_cast<int>(random() % 65536) - 32768}));
         std::vector<Channel> pixels(channels * 7);
         for (Channel& channel : pixels)
             channel = static_cast<Channel>(one_of({0, kTop, static_cast<int>(random() % 65536) & kTop}));

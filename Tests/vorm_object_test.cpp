@@ -171,8 +171,7 @@ TEST(VormObject, TableOfTheApplication) {
     EXPECT_EQ(vorm.SetupLUT(nullptr, 256, 15), -22);
     EXPECT_EQ(vorm.GetLUT(nullptr, &size, 15), -22);
     EXPECT_EQ(vorm.GetLUT(few, nullptr, 15), -22);
-    EXPECT_EQ(vorm.GetGamma(nullptr, 15) + vorm.GetContrast(nullptr, 15) + vorm.GetBrightness(nullptr, 15),
-              -66);
+    EXPECT_EQ(vorm.GetGamma(nullptr, 15) + vorm.GetContrast(nullptr, 15) + vorm.GetBrightness(nullptr, 15), -66);
     EXPECT_EQ(vorm.SetGamma(1, 0) + vorm.SetContrast(1, 14) + vorm.SetBrightness(1, 16), -3 * 78);
 
     vorm.SetupLUT(data.data(), 256, 15);
@@ -199,21 +198,18 @@ TEST(VormObject, StretchedTable) {
     struct {
         unsigned char before, last;
         int beyond;
-    } const ends[] = {{10, 20, 30},    {20, 10, 0},   {9, 4, 0},      {7, 4, 1},
-                      {100, 200, 256}, {0, 128, 256}, {200, 200, 200}};
+    } const ends[] = {{10, 20, 30}, {20, 10, 0}, {9, 4, 0}, {7, 4, 1}, {100, 200, 256}, {0, 128, 256}, {200, 200, 200}};
     for (const auto& end : ends) {
         block.table[254] = end.before, block.table[255] = end.last;
         const Words out = lut16_of(block, 256);
         EXPECT_EQ(out[255 * 256], end.last * 256);
-        EXPECT_EQ(out[255 * 256 + 128], (end.last + end.beyond) * 128)
-            << int{end.before} << ' ' << int{end.last};
+        EXPECT_EQ(out[255 * 256 + 128], (end.last + end.beyond) * 128) << int{end.before} << ' ' << int{end.last};
         EXPECT_EQ(out[254 * 256 + 64], end.before * 192 + end.last * 64);
     }
 }
 
 TEST(VormObject, SixteenBitCurve) {
-    const Words doubled = lut16_of(curve(100, 200, 0), 280),
-                swapped = lut16_of(curve(100, 200, 0), 280, false);
+    const Words doubled = lut16_of(curve(100, 200, 0), 280), swapped = lut16_of(curve(100, 200, 0), 280, false);
     EXPECT_EQ((Words{doubled[16384], doubled[30000], doubled[32768], doubled[40000], doubled[50000]}),
               (Words{0, 27232, 32768, 47232, 65535}));
     EXPECT_EQ(swapped[0x3075], doubled[0x7530]);

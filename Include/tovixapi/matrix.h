@@ -7,8 +7,8 @@
 // Programming errors throw an exception derived from std::logic_error: a negative shape; a new number of
 // values for a matrix that does not own its storage (every CMatrix3x3); the determinant of an empty or oblong
 // matrix; a minor of a 1 x 1 matrix, or outside of the matrix. When memory runs out, std::bad_alloc is
-// thrown. Either way the matrix is as it was before the call, except that a product may have released its
-// destination. Nothing else throws.
+// thrown. Either way the matrix is as it was before the call, except that a product may have released its destination.
+// Nothing else throws.
 //
 // Threads: one matrix is changed by one thread at a time; different matrices share nothing.
 #pragma once

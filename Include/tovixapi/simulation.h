@@ -22,9 +22,8 @@ extern "C" {
 /** How time passes on the simulated bus. */
 enum {
     TOVIX_SIMULATION_REAL_TIME = 0, /**< a second is a second */
-    TOVIX_SIMULATION_STEPPED =
-        1, /**< time stands still but for tovix_simulation_step() and the library's pauses */
-    TOVIX_SIMULATION_FAST = 2 /**< whoever waits for the next frame gets it at once */
+    TOVIX_SIMULATION_STEPPED = 1,   /**< time stands still but for tovix_simulation_step() and the library's pauses */
+    TOVIX_SIMULATION_FAST = 2       /**< whoever waits for the next frame gets it at once */
 };
 
 /** What a camera has when it is attached. */
@@ -44,12 +43,11 @@ typedef struct tovix_simulated_options {
     const char* model;      /**< name from tovix_simulation_model_name(); null: the first */
     const char* picture;    /**< PNG file that the camera looks at; null: the built-in test chart */
     uint32_t serial_number; /**< 0: 1001, 1002, ... in the order of attaching */
-    uint32_t
-        mark_frames; /**< 1: every frame carries a serial and checksums, see tovix_simulation_check_frame() */
-    uint32_t full_speed; /**< 1: attached at USB full speed instead of high speed */
-    float light[3];      /**< colour of the light: red, green, blue; all 0: 1, 1, 1 */
-    float noise;         /**< read noise, standard deviation in 8-bit levels; 0: 1.0; negative: none */
-    float blur;          /**< lens blur, standard deviation in pixels */
+    uint32_t mark_frames;   /**< 1: every frame carries a serial and checksums, see tovix_simulation_check_frame() */
+    uint32_t full_speed;    /**< 1: attached at USB full speed instead of high speed */
+    float light[3];         /**< colour of the light: red, green, blue; all 0: 1, 1, 1 */
+    float noise;            /**< read noise, standard deviation in 8-bit levels; 0: 1.0; negative: none */
+    float blur;             /**< lens blur, standard deviation in pixels */
 } tovix_simulated_options;
 
 /** Where in a device a fault strikes. */
@@ -65,7 +63,7 @@ enum {
     TOVIX_FAULT_BULK_IN = 8,
     TOVIX_FAULT_OPEN = 9,        /**< the host opens the device */
     TOVIX_FAULT_QUEUE_READ = 10, /**< the host queues a read of frames */
-    TOVIX_FAULT_MOMENT = 11 /**< no operation: the fault comes by itself, `delay_us` after it was planted */
+    TOVIX_FAULT_MOMENT = 11      /**< no operation: the fault comes by itself, `delay_us` after it was planted */
 };
 
 /** What goes wrong. */
@@ -107,19 +105,16 @@ TOVIX_API void tovix_simulation_end(void);
 /**
  * Attach a camera.
  * @param camera  receives the camera; may be null
- * @return 0; TOVIX_EINVAL, after a report, for no simulated bus, an unknown model or state, or a bad picture
- * file
+ * @return 0; TOVIX_EINVAL, after a report, for no simulated bus, an unknown model or state, or a bad picture file
  */
-TOVIX_API int32_t tovix_simulation_attach(const tovix_simulated_options* options,
-                                          tovix_simulated_camera** camera);
+TOVIX_API int32_t tovix_simulation_attach(const tovix_simulated_options* options, tovix_simulated_camera** camera);
 
 /** Pull the camera out; it loses its firmware and FPGA image. And plug it in again, in its first state. */
 TOVIX_API int32_t tovix_simulation_unplug(tovix_simulated_camera* camera);
 TOVIX_API int32_t tovix_simulation_plug_in(tovix_simulated_camera* camera);
 
 /** Plant a fault; several may be planted. And remove all that are left. */
-TOVIX_API int32_t tovix_simulation_plant_fault(tovix_simulated_camera* camera,
-                                               const tovix_simulated_fault* fault);
+TOVIX_API int32_t tovix_simulation_plant_fault(tovix_simulated_camera* camera, const tovix_simulated_fault* fault);
 TOVIX_API int32_t tovix_simulation_clear_faults(tovix_simulated_camera* camera);
 
 /** Frames that the sensor has taken since the camera was attached, read or not. */
@@ -129,8 +124,7 @@ TOVIX_API uint32_t tovix_simulation_frames_produced(tovix_simulated_camera* came
 TOVIX_API int32_t tovix_simulation_step(uint64_t microseconds);
 
 /**
- * Whether a frame of a camera that marks its frames is whole: every row of one and the same frame, and
- * unchanged.
+ * Whether a frame of a camera that marks its frames is whole: every row of one and the same frame, and unchanged.
  * @param frame      the frame: `height` rows of `row_bytes` bytes, unpadded
  * @param row_bytes  at least 16
  * @param serial     receives the frame's serial, which rises by one with every frame taken; may be null

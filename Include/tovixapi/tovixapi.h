@@ -4,15 +4,15 @@
  * them to images. C11 and C++.
  *
  * Conventions
- *   - A call returns a signed 32-bit result: 0, a count or an index on success, a negative value on failure
- * (the TOVIX_E* values below, or a status of the host's USB services passed up unchanged). A call that fails
- * leaves its outputs unwritten unless its comment says otherwise.
+ *   - A call returns a signed 32-bit result: 0, a count or an index on success, a negative value on failure (the
+ *     TOVIX_E* values below, or a status of the host's USB services passed up unchanged). A call that fails leaves its
+ *     outputs unwritten unless its comment says otherwise.
  *   - A null camera handle, or a null pointer where a result must go, is refused with TOVIX_EFAIL.
  *   - Failures, and many steps of start-up and open, are reported as one line on the standard error stream.
  *   - The application owns the handle from open to close, and every record and buffer that it passes in.
- *   - One handle is used by one thread at a time. While its stream runs, any thread may besides call
- *     tovix_wait_for_capture_to_buffer(), tovix_release_buffer() and tovix_stop_streaming(). Different cameras are
- *     independent.
+ *   - One handle is used by one thread at a time. While its stream runs, any number of threads may besides wait for
+ *     frames, release buffers and ask for their addresses and size, and one may stop the stream. Different cameras
+ *     are independent.
  *   - No call may be made from within a callback of the library.
  */
 #ifndef TOVIXAPI_TOVIXAPI_H
@@ -26,14 +26,12 @@
 extern "C" {
 #endif
 
-/* ---- Results
- * ------------------------------------------------------------------------------------------------- */
+/* ---- Results ------------------------------------------------------------------------------------------------- */
 
 /** Results of the interface. They are its own and do not follow the host's error numbers. */
 enum {
     TOVIX_OK = 0,
-    TOVIX_EFAIL =
-        -1, /**< missing argument, device not found, a platform call or a register transfer failed */
+    TOVIX_EFAIL = -1,    /**< missing argument, device not found, a platform call or a register transfer failed */
     TOVIX_ESEARCH = -3,  /**< the search for devices failed */
     TOVIX_ENOMEM = -12,  /**< out of memory */
     TOVIX_EMODEL = -14,  /**< model data malformed or without the requested record */
@@ -43,8 +41,7 @@ enum {
     TOVIX_ENODATA = -96  /**< no frame can come: the stream is not running */
 };
 
-/* ---- Records
- * ------------------------------------------------------------------------------------------------- */
+/* ---- Records ------------------------------------------------------------------------------------------------- */
 
 /** An open camera. Opaque; made by the open calls, freed by tovix_camera_close(). */
 typedef struct _tovix _tovix;
@@ -136,12 +133,11 @@ typedef struct tovix_conversion_params {
 
 /** One row of the camera table: a model that the library supports. */
 typedef struct camera_id {
-    uint16_t product_id;  /**< USB product ID */
-    uint16_t vendor_id;   /**< USB vendor ID */
-    uint16_t release;     /**< device release number that the row is for; 0xFFFF for any */
-    uint16_t subsampling; /**< 1 when the model supports subsampling, else 0 */
-    const char*
-        firmware_file; /**< file under the resource directory; "%X" stands for the device release number */
+    uint16_t product_id;       /**< USB product ID */
+    uint16_t vendor_id;        /**< USB vendor ID */
+    uint16_t release;          /**< device release number that the row is for; 0xFFFF for any */
+    uint16_t subsampling;      /**< 1 when the model supports subsampling, else 0 */
+    const char* firmware_file; /**< file under the resource directory; "%X" stands for the device release number */
     const char* fpga_file;     /**< same for the FPGA image; null when the model has no FPGA */
     const uint8_t* model_data; /**< tag/length/value records, ended by a zero tag */
     uint32_t model_data_size;  /**< bytes at model_data */
@@ -151,15 +147,12 @@ typedef struct camera_id {
 extern TOVIX_API const camera_id camera_ids[];
 extern TOVIX_API const int32_t camera_id_count;
 
-/** The resource directory in force; a string owned by the library, replaced by tovix_init(). Null before the
- * first. */
+/** The resource directory in force; a string owned by the library, replaced by tovix_init(). Null before the first. */
 extern TOVIX_API const char* RESOURCE_FILE_ROOT;
 
-/* ---- Registers
- * ----------------------------------------------------------------------------------------------- */
+/* ---- Registers ----------------------------------------------------------------------------------------------- */
 
-/** Addresses of camera registers, 32 bits each. A pair is one word of two 16-bit values, the first in the low
- * half. */
+/** Addresses of camera registers, 32 bits each. A pair is one word of two 16-bit values, the first in the low half. */
 enum {
     TOVIX_FPGA_CONTROL = 0x0008,       /**< bit 5 reads 1 once the FPGA is configured */
     TOVIX_FIRMWARE_VERSION = 0x000C,   /**< firmware version */
@@ -184,57 +177,53 @@ enum {
 };
 
 /** Words of a property block, in bytes from its start. */
-enum {
-    TOVIX_PROPERTY_FLAGVAL = 0,
-    TOVIX_PROPERTY_CURVAL = 4,
-    TOVIX_PROPERTY_MINVAL = 8,
-    TOVIX_PROPERTY_MAXVAL = 12
-};
+enum { TOVIX_PROPERTY_FLAGVAL = 0, TOVIX_PROPERTY_CURVAL = 4, TOVIX_PROPERTY_MINVAL = 8, TOVIX_PROPERTY_MAXVAL = 12 };
 
-/* ---- Start-up, enumeration, open and close
- * -------------------------------------------------------------------- */
+/* ---- Start-up, enumeration, open and close -------------------------------------------------------------------- */
 
 /**
  * Bring every attached camera into a usable state: firmware for the bare ones, then FPGA images.
  *
- * Called once, from one thread, before anything else. Blocks for the downloads, and 2.5 s when firmware was
- * sent. A camera whose download fails is reported and left out. A second call only changes the resource
- * directory.
+ * Called once, from one thread, before anything else. Blocks for the downloads, and 2.5 s when firmware was sent. A
+ * camera whose download fails is reported and left out. A second call only changes the resource directory.
  *
- * @param resource_dir  directory with one subdirectory a model; copied. Null chooses the built-in default.
- * @return 0; TOVIX_EFAIL when the registry of devices cannot be reached; TOVIX_ESEARCH when a search failed.
+ * Simulated cameras that are bare, like real ones, come up only here: attach them before.
+ *
+ * @param resource_dir  directory with one subdirectory a model; copied. Null chooses
+ *                      "/Library/Frameworks/TovixSDK.framework/Resources/files".
+ * @return 0; TOVIX_EFAIL when the registry of devices cannot be reached; TOVIX_ESEARCH when a search failed;
+ *         TOVIX_ENOMEM.
  */
 TOVIX_API int32_t tovix_init(const char* resource_dir);
 
 /**
- * List the attached cameras. Opens each of them for a moment, so one that another program holds is not
- * counted.
+ * List the attached cameras. Opens each of them for a moment, so one that is open already, in
+ * this program or another, is not counted.
  *
  * @param records  receives up to *count records; may be null when *count is 0
  * @param count    in: room in `records`; out, on success: cameras found, which may be more
- * @return the number of cameras found; TOVIX_EFAIL or TOVIX_ESEARCH, and *count unchanged, when the search
- * failed.
+ * @return the number of cameras found; TOVIX_EFAIL or TOVIX_ESEARCH, and *count unchanged, when the search failed.
  */
 TOVIX_API int32_t tovix_enum_cameras(tovix_version* records, uint32_t* count);
 
 /**
  * Open the first attached camera of wanted->product_id and, unless it is 0, wanted->serial_number.
  *
- * @param camera  receives the handle, or null when no attached camera matched
- * @return 0, also when none matched; TOVIX_EFAIL for a null `wanted`, a product ID that is not in the camera
- * table, or a registry that cannot be reached; TOVIX_ESEARCH when the search failed.
+ * @param camera  receives the handle; null when no attached camera matched, could be opened, or found memory
+ * @return 0, also with a null handle; TOVIX_EFAIL for a null `wanted`, a product ID that is not in the camera table, or
+ *         a registry that cannot be reached; TOVIX_ESEARCH when the search failed.
  */
 TOVIX_API int32_t tovix_camera_open(_tovix** camera, const tovix_version* wanted);
 
 /** As tovix_camera_open() for any camera of that product ID. */
 TOVIX_API int32_t tovix_camera_open_by_pid(_tovix** camera, int product_id);
 
-/** Open the first camera found. TOVIX_EFAIL when none is attached. */
+/** Open the first camera found. TOVIX_EFAIL, without a report, when none is found; else as tovix_camera_open(). */
 TOVIX_API int32_t tovix_camera_open_any(_tovix** camera);
 
 /**
- * Close a camera, free everything it owns, and set *camera to null. A stream that still runs is stopped
- * first. Works also when the camera has been unplugged. A null handle is accepted.
+ * Close a camera, free everything it owns, and set *camera to null. A stream that still runs is stopped first.
+ * Works also when the camera has been unplugged. A null handle is accepted.
  * @return 0
  */
 TOVIX_API int32_t tovix_camera_close(_tovix** camera);
@@ -249,24 +238,27 @@ TOVIX_API int32_t tovix_get_version(_tovix* camera, tovix_version* out);
  */
 TOVIX_API int32_t tovix_get_model_name(_tovix* camera, char* name, int size);
 
-/* ---- Frame format and data rates
- * ------------------------------------------------------------------------------ */
+/* ---- Frame format and data rates ------------------------------------------------------------------------------ */
 
 /**
- * Choose the area of the sensor and the subsampling, then reload the list of data rates, which also resets
- * the current rate to the model's default. Not while a stream is enabled: the ring keeps the old frame size.
+ * Choose the area of the sensor and the subsampling, then reload the list of data rates, which also resets the current
+ * rate to the model's default. Not while a stream is enabled: the ring keeps the old frame size.
  *
- * The camera itself decides what it makes of a size or a position beyond the sensor.
+ * The low 16 bits of each number count. The camera itself decides what it makes of a size that is no multiple of its
+ * units, or of an area beyond its sensor: when it reads another area than was asked for, no frame will come.
  *
- * @return 0; TOVIX_EINVAL for a width, height or factor of 0, or a factor above 1 on a model without
- * subsampling (then nothing was sent); another negative value when a register transfer failed.
+ * @return 0; TOVIX_EINVAL for a width, height or factor of 0, or a factor above 1 on a model without subsampling (then
+ *         nothing was sent); another negative value when a register transfer failed.
  */
 TOVIX_API int32_t tovix_set_video_format(_tovix* camera, const _tovix_frame_format* format);
 
 /** Fill `format` with the readout geometry in force. No bus traffic. @return 0 */
 TOVIX_API int32_t tovix_get_video_format(_tovix* camera, _tovix_frame_format* format);
 
-/** Describe the frames that the camera delivers. TOVIX_EFAIL when the sensor's colour code is not known. */
+/**
+ * Describe the frames that the camera delivers. No bus traffic.
+ * @return 0; TOVIX_EFAIL when the sensor's colour code has no layout: then `size` to `image_size` are written, no more
+ */
 TOVIX_API int32_t tovix_get_image_format(_tovix* camera, tovix_image_format* out);
 
 /** 1 for a camera with a colour filter, 0 for a monochrome one. */
@@ -291,35 +283,33 @@ TOVIX_API int32_t tovix_set_data_rate(_tovix* camera, uint32_t rate);
 /** Read the current data rate from the camera. */
 TOVIX_API int32_t tovix_get_data_rate(_tovix* camera, uint32_t* rate);
 
-/* ---- Streaming
- * ------------------------------------------------------------------------------------------------ */
+/* ---- Streaming ------------------------------------------------------------------------------------------------ */
 
 /**
  * Allocate the ring of three frame buffers, each of width x height bytes of the format in force.
- * @return 0; TOVIX_EFAIL while a stream is running or enabled; TOVIX_EINVAL for a frame of 0 or more than
- * 2^31 - 1 bytes; TOVIX_ENOMEM; a negated error number when a lock cannot be set up. Nothing is kept after a
- * failure.
+ * @return 0; TOVIX_EFAIL while a stream is running or enabled; TOVIX_EINVAL for a frame of 0 or more than 2^31 - 1
+ *         bytes; TOVIX_ENOMEM; a negated error number when a lock cannot be set up. Nothing is kept after a failure.
  */
 TOVIX_API int32_t tovix_enable_streaming(_tovix* camera);
 
 /**
  * Start the acquisition thread. When it returns 0 the camera's video is on and the first frame is being read.
- * @return 0; TOVIX_EINVAL when the stream is running or not enabled; TOVIX_EFAIL when the camera could not be
- * switched on, after which a new start may follow; a negated error number when no thread could be made.
+ * @return 0; TOVIX_EINVAL when the stream is running or not enabled; TOVIX_EFAIL when the camera could not be switched
+ *         on, after which a new start may follow; a negated error number when no thread could be made.
  */
 TOVIX_API int32_t tovix_start_streaming(_tovix* camera);
 
 /**
  * Wait for a frame newer than the last one handed out, and hold its buffer.
  *
- * Blocks, without a time limit, until such a frame is complete or the stream ends; returns at once when one
- * is there already. Frames that arrived meanwhile are skipped: the result is always the newest.
+ * Blocks, without a time limit, until such a frame is complete or the stream ends; returns at once when one is there
+ * already. Frames that arrived meanwhile are skipped: the result is always the newest.
  *
- * @return 0 to 2: index of the buffer. Its tovix_get_video_frame_size() bytes (rows top to bottom, unpadded)
- * stay unchanged until tovix_release_buffer() for that index; the library keeps ownership. TOVIX_ENODATA: the
- * stream is not running, or ended during the wait (it was stopped, or the camera is gone). TOVIX_EINVAL: the
- * newest frame is already being overwritten, because the other two buffers are held. Nothing is held after a
- * negative result.
+ * @return 0 to 2: index of the buffer. Its tovix_get_video_frame_size() bytes (rows top to bottom, unpadded) stay
+ *         unchanged until tovix_release_buffer() for that index; the library keeps ownership.
+ *         TOVIX_ENODATA: the stream is not running, or ended during the wait (it was stopped, or the camera is gone).
+ *         TOVIX_EINVAL: the newest frame is already being overwritten, because the other two buffers are held.
+ *         Nothing is held after a negative result.
  *
  * Threads: any, also several at once; each frame goes to one of them.
  */
@@ -332,9 +322,8 @@ TOVIX_API int32_t tovix_wait_for_capture_to_buffer(_tovix* camera);
 TOVIX_API int32_t tovix_release_buffer(_tovix* camera, int32_t index);
 
 /**
- * Stop the stream: waits for the read under way (at most 10 s without data), switches the video off and joins
- * the acquisition thread. The ring and its holds stay, and a new start may follow. Not from within the
- * acquisition thread.
+ * Stop the stream: waits for the read under way (at most 10 s without data), switches the video off and joins the
+ * acquisition thread. The ring and its holds stay, and a new start may follow. Not from within the acquisition thread.
  * @return 0, also for a stream that ended because the camera is gone; TOVIX_EFAIL when no stream is running.
  */
 TOVIX_API int32_t tovix_stop_streaming(_tovix* camera);
@@ -355,7 +344,7 @@ TOVIX_API uint8_t* tovix_get_buffer_address(_tovix* camera, int32_t index);
 TOVIX_API int32_t tovix_get_buffer_status(_tovix* camera, int32_t index);
 TOVIX_API int32_t tovix_get_buffer_acquired_size(_tovix* camera, int32_t index);
 
-/* ---- Conversion -------------------------------------------------------------------------------------- */
+/* ---- Conversion ----------------------------------------------------------------------------------------------- */
 
 /**
  * Convert a frame to a 24-bit image with the camera's conversion object, which the first call makes (see
@@ -380,59 +369,55 @@ TOVIX_API int32_t tovix_convert_frame_to_rgb(_tovix* camera, uint8_t* dst, const
                                              const tovix_conversion_params* params);
 
 /**
- * Make the camera's conversion object, with the matrices of its model, unless it has one. Closing the camera
- * frees it.
+ * Make the camera's conversion object, with the matrices of its model, unless it has one. Closing the camera frees it.
  * @return 0, also when there is one already; TOVIX_ENOMEM; TOVIX_EMODEL or TOVIX_EINVAL when the model has no
  *         matrices: the camera then has an object that uses the default one.
  */
 TOVIX_API int32_t tz_usb_create_vorm(_tovix* camera);
 
-/* ---- Transport and registers
- * ---------------------------------------------------------------------------------- */
+/* ---- Transport and registers ---------------------------------------------------------------------------------- */
 
 /**
  * One vendor control request on the camera's default pipe; blocks for at most 5 s without data.
- * @param length  bytes at `data`, 1 to 65535
- * @return 0; TOVIX_EFAIL for missing or oversized arguments and, for the read, when fewer bytes arrived; else
- * the platform's status. Nothing is retried.
+ * @param length  bytes at `data`, 1 to 65535; a host may carry less in one request (Linux: 4096)
+ * @return 0; TOVIX_EFAIL for missing or oversized arguments and, for the read, when fewer bytes arrived; else the
+ *         platform's status. Nothing is retried.
  */
 TOVIX_API int32_t tz_usb_control_write(_tovix* camera, const void* data, uint32_t length, uint8_t request,
                                        uint16_t value, uint16_t index);
-TOVIX_API int32_t tz_usb_control_read(_tovix* camera, void* data, uint32_t length, uint8_t request,
-                                      uint16_t value, uint16_t index);
+TOVIX_API int32_t tz_usb_control_read(_tovix* camera, void* data, uint32_t length, uint8_t request, uint16_t value,
+                                      uint16_t index);
 
-/** One bulk write. @return `length`, whether or not it succeeded; TOVIX_EFAIL for missing arguments or a
- * halted pipe. */
+/**
+ * One bulk write. Blocks until it is done, or until at least 5 s pass without data.
+ * @param pipe  n for the n-th endpoint of the interface's current setting
+ * @return `length`, whether or not it succeeded; TOVIX_EFAIL for missing arguments or a halted pipe
+ */
 TOVIX_API int32_t tz_usb_bulk_write(_tovix* camera, uint8_t pipe, const void* data, uint32_t length);
 
-/** One bulk read. @return bytes that arrived; TOVIX_EFAIL for missing arguments or a halted pipe. */
+/** The same for reading. @return bytes that arrived; TOVIX_EFAIL for missing arguments or a halted pipe */
 TOVIX_API int32_t tz_usb_bulk_read(_tovix* camera, uint8_t pipe, void* data, uint32_t length);
 
 /** Raw access from a register address on; the bytes are not interpreted. @return as the control transfer */
-TOVIX_API int32_t tz_usb_write_tovix_bytes(_tovix* camera, uint32_t address, const void* data,
-                                           uint32_t length);
+TOVIX_API int32_t tz_usb_write_tovix_bytes(_tovix* camera, uint32_t address, const void* data, uint32_t length);
 TOVIX_API int32_t tz_usb_read_tovix_bytes(_tovix* camera, uint32_t address, void* data, uint32_t length);
 
 /** `count` registers from `address` on, in one transfer. @return 0 or TOVIX_EFAIL */
 TOVIX_API int32_t tz_usb_read_tovix_array(_tovix* camera, uint32_t address, uint32_t* values, int count);
-TOVIX_API int32_t tz_usb_write_tovix_array(_tovix* camera, uint32_t address, const uint32_t* values,
-                                           int count);
+TOVIX_API int32_t tz_usb_write_tovix_array(_tovix* camera, uint32_t address, const uint32_t* values, int count);
 
 /** One register. @return 0 or TOVIX_EFAIL */
 TOVIX_API int32_t tz_usb_read_tovix_u32(_tovix* camera, uint32_t address, uint32_t* value);
 TOVIX_API int32_t tz_usb_write_tovix_u32(_tovix* camera, uint32_t address, uint32_t value);
 
 /** One register that holds a pair. @return 0 or TOVIX_EFAIL */
-TOVIX_API int32_t tz_usb_read_tovix_two_u16(_tovix* camera, uint32_t address, uint16_t* first,
-                                            uint16_t* second);
-TOVIX_API int32_t tz_usb_write_tovix_two_u16(_tovix* camera, uint32_t address, uint16_t first,
-                                             uint16_t second);
+TOVIX_API int32_t tz_usb_read_tovix_two_u16(_tovix* camera, uint32_t address, uint16_t* first, uint16_t* second);
+TOVIX_API int32_t tz_usb_write_tovix_two_u16(_tovix* camera, uint32_t address, uint16_t first, uint16_t second);
 
 /** Reload the list of data rates from the camera and set the model's default rate. */
 TOVIX_API int32_t tz_usb_reload_kps(_tovix* camera);
 
-/** The first row of the camera table for a product ID (bit 15 is ignored) and release (0xFFFF: any), or null.
- */
+/** The first row of the camera table for a product ID (bit 15 is ignored) and release (0xFFFF: any), or null. */
 TOVIX_API const camera_id* tz_camera_find(uint16_t product_id, uint16_t release);
 
 #ifdef __cplusplus

@@ -110,8 +110,8 @@ class TOVIX_API CVorm {
     int GetContrast(int* contrast, unsigned int channel);
     int GetBrightness(int* brightness, unsigned int channel);
     /** Change one of the three and rebuild the table. A table of the application's own gives way to a neutral
-     * curve. Any value is safe; a gamma of 0 or less makes the table of gamma 1.0. TOVIX_ENOMEM when there is
-     * no room. */
+     * curve. Any value is safe; a gamma of 0 or less makes the table of gamma 1.0. TOVIX_ENOMEM when there is no room.
+     * */
     int SetGamma(int gamma, unsigned int channel);
     int SetContrast(int contrast, unsigned int channel);
     int SetBrightness(int brightness, unsigned int channel);
@@ -145,8 +145,7 @@ class TOVIX_API CVorm {
     int SpecifyMatrix(unsigned int matrix_id, short* coefficients);
     /**
      * Build settings->matrix from the other settings; it is left alone while the selector is 0. Weights lie
-     * between -8.0 and 7.999; one that is not a number is 0. Selectors that name no matrix get the default
-     * one.
+     * between -8.0 and 7.999; one that is not a number is 0. Selectors that name no matrix get the default one.
      * @return 1; TOVIX_ENOMEM
      */
     int BuildMatrix(_vorm_settings* settings);
@@ -195,8 +194,8 @@ class TOVIX_API CVorm {
      * frame, matrix selectors above 16, numbers that are not finite, colour gains at a saturation of 0.05 or
      *         less, null buffers, no memory
      */
-    int ConvertToRgb(unsigned char* dst, unsigned char const* src, unsigned int bits,
-                     void const* image_format, void const* params);
+    int ConvertToRgb(unsigned char* dst, unsigned char const* src, unsigned int bits, void const* image_format,
+                     void const* params);
     /** The last step of it: one kernel, then settings->matrix unless the selector is 0.
      * @return 1; 0, and `dst` is as it was, for a combination without a kernel, or a frame that cannot be */
     int ConvertBayerToRgb(unsigned char* dst, unsigned char const* src, unsigned int bits,
@@ -216,8 +215,8 @@ TOVIX_API bool ValidateCorrectionMatrix(unsigned int selector);
 /** Make block->table of the block's gamma, contrast and brightness. */
 TOVIX_API void MakeLut8(_lut8_struct* block);
 /**
- * Make the 65536 entries of a table for 16-bit frames: of the block's curve when `size` is 280, else by
- * stretching its 256-byte table.
+ * Make the 65536 entries of a table for 16-bit frames: of the block's curve when `size` is 280, else by stretching its
+ * 256-byte table.
  * @param natural_order  not 0: indexed by the sample; 0: by the sample with its bytes swapped
  */
 TOVIX_API void MakeLut16(unsigned short* out, _lut8_struct const* in, unsigned int size, int natural_order);

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Rules that average neighbours. Averages truncate. Neighbours outside of the picture are left out, never
-// repeated.
+// Rules that average neighbours. Averages truncate. Neighbours outside of the picture are left out, never repeated.
 #pragma once
 
 #include <cstdlib>

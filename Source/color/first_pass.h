@@ -42,8 +42,7 @@ void first_pass(typename Pixel::Channel* image, const auto& frame, const Placeme
     });
 }
 
-/// Store every sample in the first kChannels channels of its pixel. Rows are padded to a multiple of
-/// kAlignment bytes.
+/// Store every sample in the first kChannels channels of its pixel. Rows are padded to a multiple of kAlignment bytes.
 template <class Pixel, int kChannels, int kAlignment>
 void grey_copy(typename Pixel::Channel* image, const auto& frame, const Placement& place) {
     const std::int64_t width = place.size.width, height = place.size.height;

@@ -64,13 +64,11 @@ struct Placement {
     bool top_down;    // row 0 is stored first, not last
     bool two_fields;  // the frame holds the even rows of the picture, then the odd ones
 
-    std::int64_t frame_row(std::int64_t y) const {
-        return two_fields ? y / 2 + y % 2 * (size.height / 2) : y;
-    }
+    std::int64_t frame_row(std::int64_t y) const { return two_fields ? y / 2 + y % 2 * (size.height / 2) : y; }
     std::int64_t image_row(std::int64_t y) const { return top_down ? y : size.height - 1 - y; }
 
-    /// The phase of the stored image, given that of the picture. Sizes are even, so the last row and the last
-    /// column have the other one.
+    /// The phase of the stored image, given that of the picture. Sizes are even, so the last row and the last column
+    /// have the other one.
     Site stored(Site origin) const {
         if (mirrored) origin = origin.beside();
         return top_down ? origin : origin.below();

@@ -36,8 +36,7 @@ struct Nearest {
         }
     }
 
-    /// For a red or blue site: the green of its row. The first column has it from above where there is an
-    /// above.
+    /// For a red or blue site: the green of its row. The first column has it from above where there is an above.
     template <Around kIn>
     static int near_green(const auto& at) {
         if constexpr (kIn.left) return at.sample(-1, 0, kGreen);

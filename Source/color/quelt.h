@@ -12,8 +12,7 @@ struct Quelt {
     static void fill(const auto& at) {
         Nearest::fill_red_and_blue<kSite, kIn>(at);
         if constexpr (kIn.left && kIn.above) {
-            // A green site loses its own sample here. Only sites to the right and below read it, so they come
-            // first.
+            // A green site loses its own sample here. Only sites to the right and below read it, so they come first.
             at.put(kGreen, kSite.green ? average(at.sample(-1, -1, kGreen), at.sample(0, 0, kGreen))
                                        : average(at.sample(0, -1, kGreen), at.sample(-1, 0, kGreen)));
         } else if constexpr (!kSite.green) {

@@ -4,8 +4,8 @@
 // A demosaic method is a rule for one site: Rule::fill<kSite, kIn>(at) puts the colours that a site of that
 // kind lacks, where kIn says which neighbours there are. It does not know where the neighbours are stored:
 // `at` does. Here are the two kinds of `at`, and the loops that take a rule over a picture. What a site holds
-// and where it stands is known at compile time everywhere: two kinds of site take turns within a row, and
-// ends are taken apart.
+// and where it stands is known at compile time everywhere: two kinds of site take turns within a row, and ends are
+// taken apart.
 //
 // Loops run from the last row to the first, and from right to left but for the first column, which comes
 // after the last: so a rule may overwrite a site's own sample inside the picture when only sites to the right
@@ -50,8 +50,8 @@ struct StoredRow {
     StoredSite<Pixel> operator[](std::int64_t x) const { return {first + x * Pixel::size, stride}; }
 };
 
-/// A site of a raw frame, whose pixel goes to another place. Each place of the frame holds one colour, so the
-/// channel need not be named.
+/// A site of a raw frame, whose pixel goes to another place. Each place of the frame holds one colour, so the channel
+/// need not be named.
 template <class Pixel, int kStep>
 struct RawSite {
     const std::uint8_t* own;
@@ -68,9 +68,7 @@ struct RawRow {
     const std::uint8_t* first;
     std::int64_t row_bytes;
     ImageRow<Pixel> image;
-    RawSite<Pixel, kStep> operator[](std::int64_t x) const {
-        return {first + x * kStep, row_bytes, image[x]};
-    }
+    RawSite<Pixel, kStep> operator[](std::int64_t x) const { return {first + x * kStep, row_bytes, image[x]}; }
 };
 
 /// Calls `use` with a site known at compile time.
@@ -116,11 +114,9 @@ void fill_row(const auto& row, std::int64_t width) {
 template <class Rule>
 void fill_picture(const Size& size, Site origin, const auto& row_at) {
     const std::int64_t width = size.width, height = size.height;
-    with_site(origin.below(),
-              [&](auto first) { fill_row<Rule, first(), true, false>(row_at(height - 1), width); });
+    with_site(origin.below(), [&](auto first) { fill_row<Rule, first(), true, false>(row_at(height - 1), width); });
     for (std::int64_t y = height - 2; y > 0; --y) {
-        with_site(origin.in_row(y),
-                  [&](auto first) { fill_row<Rule, first(), true, true>(row_at(y), width); });
+        with_site(origin.in_row(y), [&](auto first) { fill_row<Rule, first(), true, true>(row_at(y), width); });
     }
     with_site(origin, [&](auto first) { fill_row<Rule, first(), false, true>(row_at(0), width); });
 }
@@ -130,9 +126,7 @@ template <class Pixel, class Rule>
 void second_pass(typename Pixel::Channel* image, const Size& size, Site origin) {
     if (!size.has_cells()) return;
     const std::int64_t stride = size.width * Pixel::size;
-    fill_picture<Rule>(size, origin, [&](std::int64_t y) {
-        return StoredRow<Pixel>{image + y * stride, stride};
-    });
+    fill_picture<Rule>(size, origin, [&](std::int64_t y) { return StoredRow<Pixel>{image + y * stride, stride}; });
 }
 
 template <class Pixel, class Rule, int (Site::*kChannelOf)() const = &Site::colour>
@@ -141,8 +135,7 @@ void two_pass(typename Pixel::Channel* image, const auto& frame, const Placement
     second_pass<Pixel, Rule>(image, place.size, place.stored(origin));
 }
 
-/// One pass from the frame to the image. Left and above are so in the frame: only the stored pixels are
-/// mirrored.
+/// One pass from the frame to the image. Left and above are so in the frame: only the stored pixels are mirrored.
 template <class Pixel, class Rule, int kStep>
 void direct(typename Pixel::Channel* image, TopBytes<kStep> samples, const Placement& place, Site origin) {
     if (!place.size.has_cells()) return;

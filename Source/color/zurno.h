@@ -22,8 +22,8 @@
 namespace tovix::color {
 
 /// A directional estimate: the rounded average of the two neighbours, raised by a quarter of the second
-/// difference (twice the centre less the neighbours) of the channel that guides it. `/` truncates toward
-/// zero, also below it.
+/// difference (twice the centre less the neighbours) of the channel that guides it. `/` truncates toward zero, also
+/// below it.
 constexpr int corrected(int a, int b, int second_difference) {
     return (a + b + 1) / 2 + (second_difference + 1) / 4;
 }
@@ -71,16 +71,14 @@ struct ZurnoRedAndBlue {
     static void fill(const auto& at) {
         if constexpr (kSite.green) {
             const int row = kSite.row_colour(), cross = kSite.cross_colour();
+            put_clamped(at, row,
+                        corrected(at.sample(-1, 0, row), at.sample(1, 0, row), second_difference(at, 1, 0, kGreen)));
             put_clamped(
-                at, row,
-                corrected(at.sample(-1, 0, row), at.sample(1, 0, row), second_difference(at, 1, 0, kGreen)));
-            put_clamped(at, cross,
-                        corrected(at.sample(0, -1, cross), at.sample(0, 1, cross),
-                                  second_difference(at, 0, 1, kGreen)));
+                at, cross,
+                corrected(at.sample(0, -1, cross), at.sample(0, 1, cross), second_difference(at, 0, 1, kGreen)));
         } else {
             const int cross = kSite.cross_colour();
-            const int falling = second_difference(at, 1, 1, kGreen),
-                      rising = second_difference(at, 1, -1, kGreen);
+            const int falling = second_difference(at, 1, 1, kGreen), rising = second_difference(at, 1, -1, kGreen);
             const int above_left = at.sample(-1, -1, cross), below_right = at.sample(1, 1, cross);
             const int above_right = at.sample(1, -1, cross), below_left = at.sample(-1, 1, cross);
             put_clamped(at, cross,
@@ -118,20 +116,17 @@ void zurno_job(typename Pixel::Channel* image, const Size& size, Site origin) {
         });
     };
     const auto fill_red_and_blue = [&](std::int64_t y) {
-        with_site(origin.in_row(y), [&](auto first) {
-            fill_span<ZurnoRedAndBlue, first().beside(), kInside>(row_at(y), 1, width - 1);
-        });
+        with_site(origin.in_row(y),
+                  [&](auto first) { fill_span<ZurnoRedAndBlue, first().beside(), kInside>(row_at(y), 1, width - 1); });
     };
-    // Red and blue stay one row behind: they want the greens on all sides, and no green wants what they
-    // write.
+    // Red and blue stay one row behind: they want the greens on all sides, and no green wants what they write.
     for (std::int64_t y = 1; y < height; ++y) {
         if (y < height - 1) fill_ends_and_greens(y);
         if (y > 1) fill_red_and_blue(y - 1);
     }
 }
 
-/// Mirrors the columns, reverses the rows, or both (half a turn), in place. Moves channels 0 to 2 and nothing
-/// else.
+/// Mirrors the columns, reverses the rows, or both (half a turn), in place. Moves channels 0 to 2 and nothing else.
 template <class Pixel>
 void flip_around(typename Pixel::Channel* image, const Size& size, bool columns, bool rows) {
     if (!size.has_cells() || (!columns && !rows)) return;

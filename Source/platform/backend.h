@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a USB stack must offer so that the platform operations of platform.h can run on it, and the one call
-// that chooses the stack.
+// What a USB stack must offer so that the platform operations of platform.h can run on it, and the one call that
+// chooses the stack.
 //
 // The registry, the objects with their reference counts, event sources and run loops are written once, above
 // this seam. A back end knows the devices of its bus and moves bytes. It sees only well-formed calls: a
-// device is opened before it is used, an interface claimed before its pipes are used, and pointers are never
-// null.
+// device is opened before it is used, an interface claimed before its pipes are used, and pointers are never null.
 #pragma once
 
 #include <chrono>
@@ -34,8 +33,8 @@ struct DeviceIdentity {
     UInt8 serial_string_index = 0;
 };
 
-/// An asynchronous read under way. The layer above owns it from the completion on; a back end may not touch
-/// it after calling `complete`.
+/// An asynchronous read under way. The layer above owns it from the completion on; a back end may not touch it after
+/// calling `complete`.
 class AsyncRead {
   public:
     virtual ~AsyncRead() = default;
@@ -65,8 +64,7 @@ class HostDevice {
     virtual void release(UInt8 interface_number) = 0;  ///< ends the transfers of the interface first
     virtual IOReturn set_alternate(UInt8 interface_number, UInt8 setting) = 0;
     virtual IOReturn pipe_status(UInt8 interface_number, UInt8 pipe) = 0;
-    virtual IOReturn read_pipe(UInt8 interface_number, UInt8 pipe, void* data, UInt32& size,
-                               UInt32 no_data_ms) = 0;
+    virtual IOReturn read_pipe(UInt8 interface_number, UInt8 pipe, void* data, UInt32& size, UInt32 no_data_ms) = 0;
     virtual IOReturn write_pipe(UInt8 interface_number, UInt8 pipe, const void* data, UInt32 size,
                                 UInt32 no_data_ms) = 0;
     virtual IOReturn clear_stall(UInt8 interface_number, UInt8 pipe) = 0;
@@ -116,20 +114,17 @@ class Backend {
     /// The devices on the bus now, sorted by their place on it. Called once for each registry search.
     virtual IOReturn devices(std::vector<std::shared_ptr<HostDevice>>& found) = 0;
 
-    virtual void sleep_us(UInt32 microseconds) {
-        std::this_thread::sleep_for(std::chrono::microseconds(microseconds));
-    }
+    virtual void sleep_us(UInt32 microseconds) { std::this_thread::sleep_for(std::chrono::microseconds(microseconds)); }
     /// Time since some fixed moment, in microseconds; never goes back.
     virtual std::int64_t now_us() {
         const auto since_boot = std::chrono::steady_clock::now().time_since_epoch();
         return std::chrono::duration_cast<std::chrono::microseconds>(since_boot).count();
     }
-    /// Wait for a notification, or until now_us() reaches the deadline. May return early; callers check what
-    /// they wait for.
+    /// Wait for a notification, or until now_us() reaches the deadline. May return early; callers check what they wait
+    /// for.
     virtual void wait_until(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
                             std::int64_t deadline_us) {
-        condition.wait_until(lock,
-                             std::chrono::steady_clock::time_point{std::chrono::microseconds{deadline_us}});
+        condition.wait_until(lock, std::chrono::steady_clock::time_point{std::chrono::microseconds{deadline_us}});
     }
 
     /// Asked before every operation: a status other than 0 makes the operation fail with it, undone.
@@ -146,9 +141,8 @@ Backend& libusb_backend();
 
 /// Choose the stack for all platform operations from now on; null chooses the real one. No camera is open and
 /// no other thread uses the library during the call; `stack` outlives its use.
-extern "C" __attribute__((visibility("default"))) void tz_platform_select(
-    tovix::platform::Backend* stack) noexcept;
+extern "C" __attribute__((visibility("default"))) void tz_platform_select(tovix::platform::Backend* stack) noexcept;
 
-/// Entries, iterators, dictionaries, plug-ins, devices, interfaces and event sources that were handed out and
-/// not yet released.
+/// Entries, iterators, dictionaries, plug-ins, devices, interfaces and event sources that were handed out and not yet
+/// released.
 extern "C" __attribute__((visibility("default"))) long tz_platform_objects_alive() noexcept;

@@ -10,8 +10,7 @@ namespace tovix::platform {
 
 namespace {
 
-/// What the three kinds of object share. Callers hold a pointer to the table pointer, which is where an
-/// object begins.
+/// What the three kinds of object share. Callers hold a pointer to the table pointer, which is where an object begins.
 template <class TableType>
 struct Object : Counted {
     using Table = TableType;
@@ -47,9 +46,7 @@ extern const IOUSBInterfaceInterface kInterfaceTable;
 
 struct InterfaceObject : Object<IOUSBInterfaceInterface> {
     explicit InterfaceObject(const Service& service)
-        : Object(kInterfaceTable),
-          device(service.device),
-          number(static_cast<UInt8>(service.interface_number)) {}
+        : Object(kInterfaceTable), device(service.device), number(static_cast<UInt8>(service.interface_number)) {}
     ~InterfaceObject() {
         if (claimed) device->release(number);
     }
@@ -113,9 +110,8 @@ struct InterfaceObject : Object<IOUSBInterfaceInterface> {
         });
     }
     static IOReturn abort_pipe(void* self, UInt8 pipe) {
-        return perform_claimed(self, Operation::kAbortPipe, [&](InterfaceObject& object) {
-            return object.device->abort_pipe(object.number, pipe);
-        });
+        return perform_claimed(self, Operation::kAbortPipe,
+                               [&](InterfaceObject& object) { return object.device->abort_pipe(object.number, pipe); });
     }
     static IOReturn read_async(void* self, UInt8 pipe, void* data, UInt32 size, IOAsyncCallback1 callback,
                                void* refcon) {
@@ -132,13 +128,12 @@ struct InterfaceObject : Object<IOUSBInterfaceInterface> {
         });
     }
     static IOReturn create_event_source(void* self, CFRunLoopSourceRef* source) {
-        return perform_claimed(self, Operation::kCreateInterfaceAsyncEventSource,
-                               [&](InterfaceObject& object) {
-                                   auto created = std::make_unique<CFRunLoopSource>();
-                                   object.queue = created->queue;
-                                   *source = created.release();
-                                   return kIOReturnSuccess;
-                               });
+        return perform_claimed(self, Operation::kCreateInterfaceAsyncEventSource, [&](InterfaceObject& object) {
+            auto created = std::make_unique<CFRunLoopSource>();
+            object.queue = created->queue;
+            *source = created.release();
+            return kIOReturnSuccess;
+        });
     }
 
     std::shared_ptr<HostDevice> device;
@@ -219,8 +214,7 @@ struct DeviceObject : Object<IOUSBDeviceInterface197> {
     static IOReturn interfaces(void* self, const IOUSBFindInterfaceRequest*, io_iterator_t* iterator) {
         return perform_open(self, Operation::kCreateInterfaceIterator, [&](DeviceObject& object) {
             std::vector<UInt8> numbers;
-            if (const IOReturn status = object.device->interfaces(numbers); status != kIOReturnSuccess)
-                return status;
+            if (const IOReturn status = object.device->interfaces(numbers); status != kIOReturnSuccess) return status;
             auto found = std::make_unique<Iterator>();
             for (const UInt8 number : numbers)
                 found->entries.push_back(std::make_shared<Service>(object.device, number));
@@ -242,13 +236,12 @@ const IOUSBDeviceInterface197 kDeviceTable = {
     .Release = release<DeviceObject>,
     .GetDeviceVendor = DeviceObject::identity<&DeviceIdentity::vendor_id, Operation::kGetDeviceVendor>,
     .GetDeviceProduct = DeviceObject::identity<&DeviceIdentity::product_id, Operation::kGetDeviceProduct>,
-    .GetDeviceReleaseNumber =
-        DeviceObject::identity<&DeviceIdentity::release, Operation::kGetDeviceReleaseNumber>,
+    .GetDeviceReleaseNumber = DeviceObject::identity<&DeviceIdentity::release, Operation::kGetDeviceReleaseNumber>,
     .GetDeviceSpeed = DeviceObject::identity<&DeviceIdentity::speed, Operation::kGetDeviceSpeed>,
     .USBGetProductStringIndex =
         DeviceObject::identity<&DeviceIdentity::product_string_index, Operation::kUSBGetProductStringIndex>,
-    .USBGetSerialNumberStringIndex = DeviceObject::identity<&DeviceIdentity::serial_string_index,
-                                                            Operation::kUSBGetSerialNumberStringIndex>,
+    .USBGetSerialNumberStringIndex =
+        DeviceObject::identity<&DeviceIdentity::serial_string_index, Operation::kUSBGetSerialNumberStringIndex>,
     .USBDeviceOpen = DeviceObject::open,
     .USBDeviceClose = DeviceObject::close,
     .GetConfigurationDescriptorPtr = DeviceObject::configuration,
@@ -262,8 +255,7 @@ const IOUSBDeviceInterface197 kDeviceTable = {
 extern const IOCFPlugInInterface kPlugInTable;
 
 struct PlugInObject : Object<IOCFPlugInInterface> {
-    explicit PlugInObject(std::shared_ptr<Service> service_)
-        : Object(kPlugInTable), service(std::move(service_)) {}
+    explicit PlugInObject(std::shared_ptr<Service> service_) : Object(kPlugInTable), service(std::move(service_)) {}
 
     static IOReturn query(void* self, CFUUID id, void** object) {
         return perform(Operation::kQueryInterface, [&] {
@@ -283,8 +275,7 @@ struct PlugInObject : Object<IOCFPlugInInterface> {
     std::shared_ptr<Service> service;
 };
 
-const IOCFPlugInInterface kPlugInTable = {.QueryInterface = PlugInObject::query,
-                                          .Release = release<PlugInObject>};
+const IOCFPlugInInterface kPlugInTable = {.QueryInterface = PlugInObject::query, .Release = release<PlugInObject>};
 
 }  // namespace
 

@@ -11,8 +11,7 @@
 #include "run_loop.h"
 
 struct CFRunLoopSource : private tovix::platform::Counted {
-    std::shared_ptr<tovix::platform::CompletionQueue> queue =
-        std::make_shared<tovix::platform::CompletionQueue>();
+    std::shared_ptr<tovix::platform::CompletionQueue> queue = std::make_shared<tovix::platform::CompletionQueue>();
 };
 
 namespace tovix::platform {

@@ -86,16 +86,15 @@ enum CFRunLoopRunResult : SInt32 {
 /// The calling thread's run loop; lives as long as the thread. Null when memory has run out.
 CFRunLoopRef CFRunLoopGetCurrent() noexcept;
 
-/// Attach a source to the loop or detach it; both on the loop's own thread. What completes while a source is
-/// detached waits in it.
+/// Attach a source to the loop or detach it; both on the loop's own thread. What completes while a source is detached
+/// waits in it.
 void CFRunLoopAddSource(CFRunLoopRef loop, CFRunLoopSourceRef source, CFRunLoopMode mode) noexcept;
 void CFRunLoopRemoveSource(CFRunLoopRef loop, CFRunLoopSourceRef source, CFRunLoopMode mode) noexcept;
 
 /// Deliver completions on the calling thread until the loop is stopped.
 void CFRunLoopRun() noexcept;
 
-/// As CFRunLoopRun, for at most `seconds`, and only until one completion was delivered if
-/// `return_after_source`.
+/// As CFRunLoopRun, for at most `seconds`, and only until one completion was delivered if `return_after_source`.
 CFRunLoopRunResult CFRunLoopRunInMode(CFRunLoopMode mode, double seconds, bool return_after_source) noexcept;
 
 /// Make the current run of the loop return or, when it is not running, its next run: the request is kept
@@ -160,8 +159,7 @@ enum CFUUID : UInt8 {
 
 /// A plug-in: the way from a registry entry to an object that operates it.
 struct IOCFPlugInInterface {
-    /// Make the object of the kind `id`, with one reference that the caller gives back with the object's
-    /// Release.
+    /// Make the object of the kind `id`, with one reference that the caller gives back with the object's Release.
     IOReturn (*QueryInterface)(void* self, CFUUID id, void** object);
     UInt32 (*Release)(void* self);  ///< give back one reference; the last one frees the plug-in
 };
@@ -191,12 +189,10 @@ struct IOUSBDeviceInterface197 {
     IOReturn (*USBDeviceClose)(void* self);
 
     /// The descriptor of configuration `index`; stays valid as long as the object.
-    IOReturn (*GetConfigurationDescriptorPtr)(void* self, UInt8 index,
-                                              IOUSBConfigurationDescriptorPtr* descriptor);
+    IOReturn (*GetConfigurationDescriptorPtr)(void* self, UInt8 index, IOUSBConfigurationDescriptorPtr* descriptor);
     IOReturn (*SetConfiguration)(void* self, UInt8 value);
     /// An iterator over the interfaces of the current configuration that match; release with IOObjectRelease.
-    IOReturn (*CreateInterfaceIterator)(void* self, const IOUSBFindInterfaceRequest* request,
-                                        io_iterator_t* iterator);
+    IOReturn (*CreateInterfaceIterator)(void* self, const IOUSBFindInterfaceRequest* request, io_iterator_t* iterator);
     /// A control request on the default pipe. Blocks until done or timed out.
     IOReturn (*DeviceRequestTO)(void* self, IOUSBDevRequestTO* request);
 };
@@ -211,31 +207,27 @@ struct IOUSBInterfaceInterface {
 
     /// Choose the setting that decides which pipes exist. Pending transfers end first, as aborted.
     IOReturn (*SetAlternateInterface)(void* self, UInt8 setting);
-    /// A control request on pipe 0. Blocks until done or timed out; may run beside a transfer on another
-    /// pipe.
+    /// A control request on pipe 0. Blocks until done or timed out; may run beside a transfer on another pipe.
     IOReturn (*ControlRequestTO)(void* self, UInt8 pipe, IOUSBDevRequestTO* request);
 
     IOReturn (*GetPipeStatus)(void* self, UInt8 pipe);  ///< 0 ready; kIOUSBPipeStalled; kIOUSBUnknownPipeErr
     /// Read up to *size bytes from a bulk pipe; on return *size is what arrived, whatever the status. Blocks
     /// until the device ends the transfer, the buffer is full, or `no_data_ms` pass without a byte (0: no
     /// limit). kIOReturnOverrun when the device sent more than fitted.
-    IOReturn (*ReadPipeTO)(void* self, UInt8 pipe, void* data, UInt32* size, UInt32 no_data_ms,
-                           UInt32 completion_ms);
+    IOReturn (*ReadPipeTO)(void* self, UInt8 pipe, void* data, UInt32* size, UInt32 no_data_ms, UInt32 completion_ms);
     IOReturn (*WritePipeTO)(void* self, UInt8 pipe, const void* data, UInt32 size, UInt32 no_data_ms,
                             UInt32 completion_ms);
     /// Clear a stall on the host and on the device; transfers pending on the pipe end as aborted. For pipe 0
     /// a success that does nothing, since the next request clears it.
     IOReturn (*ClearPipeStallBothEnds)(void* self, UInt8 pipe);
-    /// Cancel all transfers pending on the pipe; their completions, with kIOReturnAborted, are still
-    /// delivered.
+    /// Cancel all transfers pending on the pipe; their completions, with kIOReturnAborted, are still delivered.
     IOReturn (*AbortPipe)(void* self, UInt8 pipe);
 
     /// Queue one bulk read of up to `size` bytes, without a time limit. `data` stays the caller's but is
     /// written until the completion, which is delivered exactly once, by the run loop that the event source
     /// is attached to. A read that was refused has no completion. From any thread.
-    IOReturn (*ReadPipeAsync)(void* self, UInt8 pipe, void* data, UInt32 size, IOAsyncCallback1 callback,
-                              void* refcon);
-    /// A new event source through which completions of reads queued from now on reach a run loop. Release
-    /// with CFRelease.
+    IOReturn (*ReadPipeAsync)(void* self, UInt8 pipe, void* data, UInt32 size, IOAsyncCallback1 callback, void* refcon);
+    /// A new event source through which completions of reads queued from now on reach a run loop. Release with
+    /// CFRelease.
     IOReturn (*CreateInterfaceAsyncEventSource)(void* self, CFRunLoopSourceRef* source);
 };

@@ -27,8 +27,8 @@ struct Port : Counted {
 
 using Object = std::variant<std::shared_ptr<Port>, std::shared_ptr<Service>, std::shared_ptr<Iterator>>;
 
-/// Ids of the objects that are in the hands of callers. Ids are not used again until the numbers run out, so
-/// that a stale one is found out.
+/// Ids of the objects that are in the hands of callers. Ids are not used again until the numbers run out, so that a
+/// stale one is found out.
 class Registry {
   public:
     io_object_t add(Object object) {
@@ -71,9 +71,7 @@ Registry& registry() {
 }
 
 bool matches(const DeviceIdentity& identity, const CFDictionary& wanted) {
-    const auto equal = [](const std::optional<SInt32>& number, SInt32 value) {
-        return !number || *number == value;
-    };
+    const auto equal = [](const std::optional<SInt32>& number, SInt32 value) { return !number || *number == value; };
     return !wanted.unknown_key && equal(wanted.vendor_id, identity.vendor_id) &&
            equal(wanted.product_id, identity.product_id) && equal(wanted.device_subclass, identity.subclass);
 }
@@ -157,8 +155,7 @@ IOReturn IOServiceGetMatchingServices(mach_port_t port, CFMutableDictionaryRef m
         if (const IOReturn status = backend().devices(devices); status != kIOReturnSuccess) return status;
         auto found = std::make_unique<Iterator>();
         for (const auto& device : devices) {
-            if (matches(device->identity(), *wanted))
-                found->entries.push_back(std::make_shared<Service>(device, -1));
+            if (matches(device->identity(), *wanted)) found->entries.push_back(std::make_shared<Service>(device, -1));
         }
         *iterator = register_iterator(std::move(found));
         return kIOReturnSuccess;

@@ -11,8 +11,7 @@ namespace tovix::platform {
 void QueuedRead::complete(IOReturn status, UInt32 bytes) noexcept {
     result = status;
     bytes_done = bytes;
-    const std::shared_ptr<CompletionQueue> target =
-        queue;  // outlives this read, which may be gone after the post
+    const std::shared_ptr<CompletionQueue> target = queue;  // outlives this read, which may be gone after the post
     target->post(std::unique_ptr<QueuedRead>(this));
 }
 

@@ -53,8 +53,7 @@ class CompletionQueue {
 struct CFRunLoop {
     void wake() noexcept;
     void stop() noexcept;
-    /// Deliver completions until stopped, the deadline passes (if there is one), or one was delivered (if
-    /// asked).
+    /// Deliver completions until stopped, the deadline passes (if there is one), or one was delivered (if asked).
     CFRunLoopRunResult run(const std::int64_t* deadline_us, bool return_after_source) noexcept;
 
     std::vector<std::shared_ptr<tovix::platform::CompletionQueue>> queues;  // only the loop's own thread

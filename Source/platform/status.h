@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Status codes and scalar types of the host's USB services, under their platform names.
 //
-// A status is a 32-bit word whose upper bits name the subsystem; as a signed number every failure is
-// negative.
+// A status is a 32-bit word whose upper bits name the subsystem; as a signed number every failure is negative.
 #pragma once
 
 #include <cstdint>

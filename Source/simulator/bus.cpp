@@ -84,8 +84,7 @@ void Bus::sleep_us(UInt32 microseconds) {
     }
 }
 
-void Bus::wait_until(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
-                     std::int64_t deadline_us) {
+void Bus::wait_until(std::condition_variable& condition, std::unique_lock<std::mutex>& lock, std::int64_t deadline_us) {
     // Where time jumps nobody says when it has come to the deadline, so the waiter looks every now and then.
     const std::int64_t longest_us = clock_.jumps() ? 1'000 : INT64_MAX;
     const std::int64_t wait_us = std::min(deadline_us - clock_.now_us(), longest_us);

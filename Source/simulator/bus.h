@@ -28,8 +28,7 @@ class Port {
     Port(const Port&) = delete;
     Port& operator=(const Port&) = delete;
 
-    /// The device with its lock held and its time told. Whoever waits for it looks again when the access
-    /// ends.
+    /// The device with its lock held and its time told. Whoever waits for it looks again when the access ends.
     class Access {
       public:
         explicit Access(Port& port);
@@ -52,10 +51,10 @@ class Port {
     Clock& clock_;
     std::mutex mutex_;
     std::condition_variable changed_;
-    std::atomic<int> wanted_{0};    // accesses that wait for the lock; the port's thread makes way for them
-    Device device_;                 // guarded by mutex_
-    const void* holder_ = nullptr;  // guarded by mutex_: who has the device open
-    std::uint32_t held_generation_ = 0;             // guarded by mutex_
+    std::atomic<int> wanted_{0};         // accesses that wait for the lock; the port's thread makes way for them
+    Device device_;                      // guarded by mutex_
+    const void* holder_ = nullptr;       // guarded by mutex_: who has the device open
+    std::uint32_t held_generation_ = 0;  // guarded by mutex_
     std::list<std::unique_ptr<HostRead>> pending_;  // guarded by mutex_: asynchronous reads
     bool quit_ = false;                             // guarded by mutex_
     std::thread thread_;

@@ -49,8 +49,7 @@ class Canvas {
   public:
     Canvas(std::uint32_t width, std::uint32_t height) : image_(width, height) {}
 
-    /// Cover `box` with `paint_at(x, y)`, a Paint, asked for at the centre of each pixel that the box
-    /// touches.
+    /// Cover `box` with `paint_at(x, y)`, a Paint, asked for at the centre of each pixel that the box touches.
     void shade(const Box& box, const auto& paint_at) {
         const std::size_t right = last(box.right, image_.width), bottom = last(box.bottom, image_.height);
         const std::size_t left = std::min(first(box.left), right);

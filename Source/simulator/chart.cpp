@@ -7,8 +7,7 @@
 //   4 x 6            ( star )        rings, checkers
 //   (*)  grey steps, gradient, name            (*)
 //
-// Every edge is drawn with the share of the pixel that it covers, and detail finer than the pixels fades to
-// its mean.
+// Every edge is drawn with the share of the pixel that it covers, and detail finer than the pixels fades to its mean.
 #include <cmath>
 #include <numbers>
 #include <string>
@@ -24,8 +23,7 @@ namespace {
 constexpr Colour kBlack = grey(0.015f), kWhite = grey(0.95f), kBackground = grey(0.30f);
 constexpr float kPi = std::numbers::pi_v<float>;
 
-/// sRGB codes, row by row: a wheel of strong hues, the same paler, then things that people know the colour
-/// of.
+/// sRGB codes, row by row: a wheel of strong hues, the same paler, then things that people know the colour of.
 constexpr std::uint32_t kPatches[6][4] = {
     {0xB3262E, 0xD9701F, 0xE8C21C, 0x86B32D},  // red, orange, yellow, yellow green
     {0x238A43, 0x12908E, 0x1F5FA8, 0x3B3490},  // green, cyan, blue, indigo
@@ -38,9 +36,7 @@ constexpr std::uint32_t kPatches[6][4] = {
 constexpr int kLinesPerHeight[] = {100, 200, 300, 400, 500, 600, 800, 1000};
 
 Colour from_srgb(std::uint32_t code) {
-    const auto channel = [&](unsigned shift) {
-        return srgb_to_linear(static_cast<float>(code >> shift & 0xFF) / 255);
-    };
+    const auto channel = [&](unsigned shift) { return srgb_to_linear(static_cast<float>(code >> shift & 0xFF) / 255); };
     return {channel(16), channel(8), channel(0)};
 }
 
@@ -49,8 +45,7 @@ float soft_edge(float inside) {
     return std::clamp(inside + 0.5f, 0.0f, 1.0f);
 }
 
-/// A contrast that has gone when the pitch reaches two pixels, so that no false pattern shows in the scene
-/// itself.
+/// A contrast that has gone when the pitch reaches two pixels, so that no false pattern shows in the scene itself.
 float fade(float cycles_per_pixel) {
     return std::clamp(2.5f - 5 * cycles_per_pixel, 0.0f, 1.0f);
 }
@@ -81,8 +76,7 @@ class Chart {
 
         // The side blocks stand half way between the sensor's edge and the star.
         const float block_x = (x - kStar * unit_) / 2;
-        const Box left{block_x - 0.14f * unit_, y - 0.24f * unit_, block_x + 0.14f * unit_,
-                       y + 0.24f * unit_};
+        const Box left{block_x - 0.14f * unit_, y - 0.24f * unit_, block_x + 0.14f * unit_, y + 0.24f * unit_};
         patches(left);
         details({width_ - left.right, left.top, width_ - left.left, left.bottom});
         return canvas_.take();
@@ -111,8 +105,7 @@ class Chart {
         for (const bool right : {false, true})
             for (const bool low : {false, true}) {
                 const float x = right ? box.right - thick : box.left, y = low ? box.bottom - thick : box.top;
-                canvas_.fill({right ? box.right - arm : x, y, right ? box.right : x + arm, y + thick},
-                             kWhite);
+                canvas_.fill({right ? box.right - arm : x, y, right ? box.right : x + arm, y + thick}, kWhite);
                 canvas_.fill({x, low ? box.bottom - arm : y, x + thick, low ? box.bottom : y + arm}, kWhite);
             }
         // An arrow from the middle of each side to the very edge of the sensor.
@@ -155,8 +148,7 @@ class Chart {
         });
     }
 
-    /// Black and white lines; (across_x, across_y) is the unit vector across them. Averaged over a pixel
-    /// exactly.
+    /// Black and white lines; (across_x, across_y) is the unit vector across them. Averaged over a pixel exactly.
     void bars(const Box& box, float across_x, float across_y, float line) {
         const float pitch = 2 * line;
         const auto white_up_to = [&](float t) {
@@ -195,12 +187,10 @@ class Chart {
         constexpr int kSteps = 12;
         const float steps_bottom = band.top + band.height() * 0.52f;
         const Box gradient =
-            Box{band.left, steps_bottom + 0.008f * unit_, band.right, band.top + band.height() * 0.82f}
-                .snapped();
+            Box{band.left, steps_bottom + 0.008f * unit_, band.right, band.top + band.height() * 0.82f}.snapped();
         for (int i = 0; i < kSteps; ++i) {
             const float from = static_cast<float>(i) / kSteps, to = static_cast<float>(i + 1) / kSteps;
-            const Box step{band.left + band.width() * from, band.top, band.left + band.width() * to,
-                           steps_bottom};
+            const Box step{band.left + band.width() * from, band.top, band.left + band.width() * to, steps_bottom};
             canvas_.fill(step.snapped(), grey(srgb_to_linear(static_cast<float>(i) / (kSteps - 1))));
         }
         canvas_.shade(gradient, [&](float x, float) {
@@ -219,8 +209,7 @@ class Chart {
             for (int column = 0; column < 4; ++column) {
                 const float x = card.left + gap + static_cast<float>(column) * step_x;
                 const float y = card.top + gap + static_cast<float>(row) * step_y;
-                canvas_.fill(Box{x, y, x + step_x - gap, y + step_y - gap}.snapped(),
-                             from_srgb(kPatches[row][column]));
+                canvas_.fill(Box{x, y, x + step_x - gap, y + step_y - gap}.snapped(), from_srgb(kPatches[row][column]));
             }
     }
 
@@ -262,8 +251,7 @@ class Chart {
             }
     }
 
-    /// A line of text about `size` high, centred on x; its dots are whole pixels, so there is none on small
-    /// sensors.
+    /// A line of text about `size` high, centred on x; its dots are whole pixels, so there is none on small sensors.
     void text(float centre_x, float top, float size, std::string_view line) {
         if (size < 0.7f * kGlyphHeight) return;
         const float dot = std::max(1.0f, std::floor(size / kGlyphHeight));
@@ -288,9 +276,7 @@ class Chart {
 };
 
 class ChartScene : public Scene {
-    Irradiance project(std::uint32_t width, std::uint32_t height) const override {
-        return Chart(width, height).draw();
-    }
+    Irradiance project(std::uint32_t width, std::uint32_t height) const override { return Chart(width, height).draw(); }
 };
 
 }  // namespace

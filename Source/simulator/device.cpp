@@ -60,8 +60,7 @@ std::string Transfer::text() const {
         line += part;
     }
     if (kind == Kind::kControl || kind == Kind::kBulkOut || kind == Kind::kBulkIn) {
-        std::snprintf(part, sizeof part, " %s %u:", kOutcomes[static_cast<int>(answer.outcome)],
-                      answer.length);
+        std::snprintf(part, sizeof part, " %s %u:", kOutcomes[static_cast<int>(answer.outcome)], answer.length);
         line += part;
         for (const std::uint8_t byte : head) {
             std::snprintf(part, sizeof part, " %02X", byte);
@@ -83,12 +82,10 @@ Device::~Device() = default;
 
 std::vector<std::uint8_t> Device::device_descriptor() const {
     const camera_id& row = *options_.camera.model.row;
-    std::vector<std::uint8_t> bytes{18, kDeviceDescriptor, 0x00, 0x02, 0, 0, 0, 64, 0, 0, 0, 0, 0, 0, 0, 0, 0,
-                                    1};
+    std::vector<std::uint8_t> bytes{18, kDeviceDescriptor, 0x00, 0x02, 0, 0, 0, 64, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
     std::uint16_t product = row.product_id;
     if (fx2_) {
-        product =
-            row.vendor_id == kBareVendor ? kBareProduct : static_cast<std::uint16_t>(product | kBareBit);
+        product = row.vendor_id == kBareVendor ? kBareProduct : static_cast<std::uint16_t>(product | kBareBit);
         std::fill_n(&bytes[4], 3, kVendorSpecific);  // class, subclass, protocol
     } else {
         bytes[4] = kVendorSpecific;
@@ -127,8 +124,7 @@ std::vector<std::uint8_t> Device::configuration_descriptor() const {
     return bytes;
 }
 
-Answer Device::answer_bytes(const Setup& setup, std::uint8_t* data,
-                            std::span<const std::uint8_t> bytes) const {
+Answer Device::answer_bytes(const Setup& setup, std::uint8_t* data, std::span<const std::uint8_t> bytes) const {
     const auto length = static_cast<std::uint32_t>(std::min<std::size_t>(bytes.size(), setup.length));
     if (length != 0) std::memcpy(data, bytes.data(), length);
     return {Outcome::kDone, length};
@@ -137,19 +133,15 @@ Answer Device::answer_bytes(const Setup& setup, std::uint8_t* data,
 Answer Device::get_descriptor(const Setup& setup, std::uint8_t* data) {
     const int type = setup.value >> 8, index = setup.value & 0xFF;
     if (type == kDeviceDescriptor) return answer_bytes(setup, data, device_descriptor());
-    if (type == kConfigurationDescriptor && index == 0)
-        return answer_bytes(setup, data, configuration_descriptor());
+    if (type == kConfigurationDescriptor && index == 0) return answer_bytes(setup, data, configuration_descriptor());
     if (type == kStringDescriptor && !fx2_) {
         const CameraSetup& camera = options_.camera;
-        if (index == 0)
-            return answer_bytes(setup, data, std::vector<std::uint8_t>{4, kStringDescriptor, 0x09, 0x04});
+        if (index == 0) return answer_bytes(setup, data, std::vector<std::uint8_t>{4, kStringDescriptor, 0x09, 0x04});
         if (index == kProductString)
-            return answer_bytes(setup, data,
-                                string_descriptor(camera.product_text.value_or(camera.model.name)));
+            return answer_bytes(setup, data, string_descriptor(camera.product_text.value_or(camera.model.name)));
         if (index == kSerialString)
-            return answer_bytes(
-                setup, data,
-                string_descriptor(camera.serial_text.value_or(std::to_string(camera.serial_number))));
+            return answer_bytes(setup, data,
+                                string_descriptor(camera.serial_text.value_or(std::to_string(camera.serial_number))));
     }
     return {Outcome::kStall};
 }
@@ -200,8 +192,7 @@ Answer Device::access_registers(const Setup& setup, std::uint8_t* data) {
 }
 
 Answer Device::vendor_request(const Setup& setup, std::uint8_t* data) {
-    if (!fx2_)
-        return setup.request == kRegisterRequest ? access_registers(setup, data) : Answer{Outcome::kStall};
+    if (!fx2_) return setup.request == kRegisterRequest ? access_registers(setup, data) : Answer{Outcome::kStall};
     if (setup.request != kMemoryRequest || setup.to_host()) return {Outcome::kStall};
     if (fx2_->write(setup.value, {data, setup.length})) {
         const camera_id& row = *options_.camera.model.row;
@@ -266,9 +257,8 @@ Answer Device::control(const Setup& setup, std::uint8_t* data) {
     const auto [place, address] = place_of(setup);
     const std::optional<Fault> fault = faults_.strike(place, address, now_us_);
     // What the device refuses, or never sees, has no effect on it.
-    const bool unseen = fault && fault->kind != FaultKind::kShortAnswer &&
-                        fault->kind != FaultKind::kEmptyAnswer && fault->kind != FaultKind::kOverrun &&
-                        fault->kind != FaultKind::kHostileValue;
+    const bool unseen = fault && fault->kind != FaultKind::kShortAnswer && fault->kind != FaultKind::kEmptyAnswer &&
+                        fault->kind != FaultKind::kOverrun && fault->kind != FaultKind::kHostileValue;
     Answer answer{Outcome::kDone};
     if (!unseen) answer = dispatch(setup, data);
     if (fault) answer = apply(*fault, answer, setup, data);
@@ -291,8 +281,8 @@ std::optional<FaultKind> Device::host_operation(Place place) {
     return fault->kind;
 }
 
-// ---------------------------------------------------------------------------------------------------------------
-// Bulk pipes
+// --------------------------------------------------------------------------------------------------------------- Bulk
+// pipes
 
 Answer Device::bulk_out(std::uint8_t endpoint, std::span<const std::uint8_t> data) {
     if (!attached_) return {Outcome::kGone};
@@ -362,8 +352,7 @@ void Device::finish_reads(Outcome outcome) {
     }
 }
 
-// ---------------------------------------------------------------------------------------------------------------
-// Video
+// --------------------------------------------------------------------------------------------------------------- Video
 
 bool Device::video_runs() const {
     const std::vector<std::uint8_t> existing = endpoints(setting_);
@@ -393,8 +382,7 @@ void Device::produce_frame() {
     if (!being_read) {  // else the host is so slow that this frame finds no room in the camera
         sensor_.render(settings, frames_produced_, frame_);
         if (options_.mark_frames)
-            mark_frame(frame_, settings.width / settings.subsample_x * settings.bytes_per_sample,
-                       frames_produced_);
+            mark_frame(frame_, settings.width / settings.subsample_x * settings.bytes_per_sample, frames_produced_);
     }
     ++frames_produced_;
 }

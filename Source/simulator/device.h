@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A simulated camera as a USB device: control requests and bulk bytes in and out, time, and nothing of any
-// host.
+// A simulated camera as a USB device: control requests and bulk bytes in and out, time, and nothing of any host.
 //
 //                      firmware, CPU released           image, polls
 //   bare FX2 ---------------------------------> camera ---------------> camera with FPGA
@@ -49,8 +48,7 @@ struct Answer {
     std::uint32_t length = 0;  // bytes that moved
 };
 
-/// A read that a host has queued on a bulk endpoint. The host owns it and keeps it until `finished` or a
-/// cancel.
+/// A read that a host has queued on a bulk endpoint. The host owns it and keeps it until `finished` or a cancel.
 class BulkRead {
   public:
     virtual ~BulkRead() = default;
@@ -114,8 +112,7 @@ class Device {
     bool cancel(BulkRead& read);
 
     // ---- time
-    /// When something happens next without any call: a frame ends that somebody waits for, the device comes
-    /// back.
+    /// When something happens next without any call: a frame ends that somebody waits for, the device comes back.
     std::int64_t next_event_us() const;
     void advance(std::int64_t now_us);
 

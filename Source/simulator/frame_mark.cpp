@@ -7,8 +7,7 @@ namespace tovix::simulator {
 
 namespace {
 
-/// A checksum of eight bytes a step, in four lanes: it must keep up with frames that come as fast as memory
-/// is read.
+/// A checksum of eight bytes a step, in four lanes: it must keep up with frames that come as fast as memory is read.
 std::uint64_t checksum(std::span<const std::uint8_t> bytes, std::uint64_t seed) {
     constexpr std::uint64_t kMultiplier = 0x9E3779B97F4A7C15;
     std::uint64_t lanes[4] = {seed, ~seed, seed ^ kMultiplier, seed + kMultiplier};

@@ -15,9 +15,7 @@ inline constexpr std::size_t kMarkBytes = 16;
 /// Mark every row of a frame of `row_bytes` bytes a row.
 void mark_frame(std::span<std::uint8_t> frame, std::size_t row_bytes, std::uint32_t serial);
 
-/// Whether all rows carry one and the same serial, each in its place and unchanged. The serial goes to
-/// *serial.
-[[nodiscard]] bool check_frame(std::span<const std::uint8_t> frame, std::size_t row_bytes,
-                               std::uint32_t* serial);
+/// Whether all rows carry one and the same serial, each in its place and unchanged. The serial goes to *serial.
+[[nodiscard]] bool check_frame(std::span<const std::uint8_t> frame, std::size_t row_bytes, std::uint32_t* serial);
 
 }  // namespace tovix::simulator

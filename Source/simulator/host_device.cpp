@@ -116,8 +116,7 @@ void SimulatedHostDevice::wait_in_vain(UInt32 timeout_ms) {
     port_->clock_.sleep_us(std::int64_t{timeout_ms != 0 ? timeout_ms : kHostTimeoutMs} * 1000);
 }
 
-IOReturn SimulatedHostDevice::transfer(const Setup& setup, void* data, UInt32 timeout_ms,
-                                       UInt32* length_done) {
+IOReturn SimulatedHostDevice::transfer(const Setup& setup, void* data, UInt32 timeout_ms, UInt32* length_done) {
     Answer answer{Outcome::kGone};
     {
         const auto device = port_->access();
@@ -129,8 +128,7 @@ IOReturn SimulatedHostDevice::transfer(const Setup& setup, void* data, UInt32 ti
 }
 
 IOReturn SimulatedHostDevice::configuration_descriptor(UInt8 index, IOUSBConfigurationDescriptor& head) {
-    const Setup setup{kStandardIn, kGetDescriptor, static_cast<UInt16>(kConfigurationType | index), 0,
-                      sizeof head};
+    const Setup setup{kStandardIn, kGetDescriptor, static_cast<UInt16>(kConfigurationType | index), 0, sizeof head};
     UInt32 length = 0;
     head = {};
     return transfer(setup, &head, kHostTimeoutMs, &length);
@@ -150,8 +148,7 @@ IOReturn SimulatedHostDevice::interfaces(std::vector<UInt8>& numbers) {
 }
 
 IOReturn SimulatedHostDevice::control(IOUSBDevRequestTO& request) {
-    const Setup setup{request.bmRequestType, request.bRequest, request.wValue, request.wIndex,
-                      request.wLength};
+    const Setup setup{request.bmRequestType, request.bRequest, request.wValue, request.wIndex, request.wLength};
     const UInt32 timeout_ms = request.noDataTimeout != 0 ? request.noDataTimeout : request.completionTimeout;
     return transfer(setup, request.pData, timeout_ms, &request.wLenDone);
 }
@@ -194,8 +191,7 @@ IOReturn SimulatedHostDevice::read_pipe(UInt8, UInt8 pipe, void* data, UInt32& s
         device->bulk_in(endpoint, read);
     }
     Clock& clock = port_->clock_;
-    const std::int64_t deadline_us =
-        no_data_ms != 0 ? clock.now_us() + std::int64_t{no_data_ms} * 1000 : INT64_MAX;
+    const std::int64_t deadline_us = no_data_ms != 0 ? clock.now_us() + std::int64_t{no_data_ms} * 1000 : INT64_MAX;
     std::unique_lock lock(port_->mutex_);
     while (!read.result && clock.now_us() < deadline_us) {
         if (clock.pace() == Pace::kStepped) {
@@ -210,8 +206,7 @@ IOReturn SimulatedHostDevice::read_pipe(UInt8, UInt8 pipe, void* data, UInt32& s
     return status_of(read.result.value_or(Outcome::kSilent));
 }
 
-IOReturn SimulatedHostDevice::write_pipe(UInt8, UInt8 pipe, const void* data, UInt32 size,
-                                         UInt32 no_data_ms) {
+IOReturn SimulatedHostDevice::write_pipe(UInt8, UInt8 pipe, const void* data, UInt32 size, UInt32 no_data_ms) {
     Answer answer{Outcome::kGone};
     {
         const auto device = port_->access();

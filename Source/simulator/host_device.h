@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The host's side of a simulated device: claims, pipes, time-outs and pending reads, as the platform seam
-// wants them.
+// The host's side of a simulated device: claims, pipes, time-outs and pending reads, as the platform seam wants them.
 #pragma once
 
 #include <memory>
@@ -27,10 +26,8 @@ class SimulatedHostDevice final : public platform::HostDevice {
     void release(UInt8 interface_number) override;
     IOReturn set_alternate(UInt8 interface_number, UInt8 setting) override;
     IOReturn pipe_status(UInt8 interface_number, UInt8 pipe) override;
-    IOReturn read_pipe(UInt8 interface_number, UInt8 pipe, void* data, UInt32& size,
-                       UInt32 no_data_ms) override;
-    IOReturn write_pipe(UInt8 interface_number, UInt8 pipe, const void* data, UInt32 size,
-                        UInt32 no_data_ms) override;
+    IOReturn read_pipe(UInt8 interface_number, UInt8 pipe, void* data, UInt32& size, UInt32 no_data_ms) override;
+    IOReturn write_pipe(UInt8 interface_number, UInt8 pipe, const void* data, UInt32 size, UInt32 no_data_ms) override;
     IOReturn clear_stall(UInt8 interface_number, UInt8 pipe) override;
     IOReturn abort_pipe(UInt8 interface_number, UInt8 pipe) override;
     IOReturn read_async(UInt8 interface_number, UInt8 pipe, platform::AsyncRead& read) override;

@@ -12,10 +12,9 @@ constexpr struct {
     int tenths_of_megapixels;
     std::uint16_t width, height;
 } kSensors[] = {
-    {3, 640, 480},    {6, 816, 612},    {8, 1024, 768},   {9, 1280, 720},   {12, 1280, 960},
-    {13, 1280, 1024}, {14, 1392, 1040}, {15, 1440, 1080}, {20, 1600, 1200}, {21, 1920, 1080},
-    {28, 1936, 1456}, {32, 2080, 1544}, {36, 2240, 1680}, {40, 2048, 2048}, {50, 2592, 1944},
-    {60, 3032, 2016}, {83, 3296, 2512},
+    {3, 640, 480},    {6, 816, 612},    {8, 1024, 768},   {9, 1280, 720},   {12, 1280, 960},  {13, 1280, 1024},
+    {14, 1392, 1040}, {15, 1440, 1080}, {20, 1600, 1200}, {21, 1920, 1080}, {28, 1936, 1456}, {32, 2080, 1544},
+    {36, 2240, 1680}, {40, 2048, 2048}, {50, 2592, 1944}, {60, 3032, 2016}, {83, 3296, 2512},
 };
 
 constexpr std::uint8_t kBayerCodes[] = {8, 9, 10, 11};
@@ -37,8 +36,7 @@ Model model_of_row(int index) {
         model.height = sensor.height;
     }
     // Each of the four filter orders comes up among the colour models.
-    model.color_code =
-        model.name.back() == 'm' ? std::uint8_t{0} : kBayerCodes[static_cast<std::size_t>(index) % 4];
+    model.color_code = model.name.back() == 'm' ? std::uint8_t{0} : kBayerCodes[static_cast<std::size_t>(index) % 4];
     model.max_subsampling = row.subsampling != 0 ? 4 : 1;
     if (row.release != 0xFFFF && row.release != 0) model.name += "-" + std::to_string(row.release);
     return model;

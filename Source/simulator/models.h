@@ -22,8 +22,8 @@ struct Model {
     bool has_fpga() const { return row->fpga_file != nullptr; }
 };
 
-/// The model of that name ("mira13c", or "lyra14c-2" for its release 2); an empty name gives the first of the
-/// table. False when there is none.
+/// The model of that name ("mira13c", or "lyra14c-2" for its release 2); an empty name gives the first of the table.
+/// False when there is none.
 [[nodiscard]] bool find_model(std::string_view name, Model& model);
 
 /// The model of row `index` of the camera table.

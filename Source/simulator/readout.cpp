@@ -11,8 +11,8 @@ namespace {
 using Weights = std::array<float, 3>;
 
 /// What red, green and blue sites make of red, green and blue light. The dyes overlap, so raw colours are
-/// paler than the scene; as each row adds up to 1, greys stay grey and a colour-correction matrix of the
-/// usual kind undoes it.
+/// paler than the scene; as each row adds up to 1, greys stay grey and a colour-correction matrix of the usual kind
+/// undoes it.
 constexpr Weights kCrosstalk[3] = {{0.82f, 0.14f, 0.04f}, {0.10f, 0.78f, 0.12f}, {0.03f, 0.17f, 0.80f}};
 constexpr Weights kMonochrome = {0.30f, 0.40f, 0.30f};
 
@@ -42,8 +42,7 @@ std::vector<float> gaussian(double sigma) {
     return out;
 }
 
-/// to += weight * from. The blocks of fixed size let compilers use vector instructions at moderate
-/// optimisation.
+/// to += weight * from. The blocks of fixed size let compilers use vector instructions at moderate optimisation.
 void accumulate(float* __restrict to, const float* __restrict from, std::size_t count, float weight) {
     constexpr std::size_t kBlock = 8;
     for (; count >= kBlock; count -= kBlock, to += kBlock, from += kBlock)
@@ -71,8 +70,7 @@ class RowReader {
             }
     }
 
-    /// Write what the sites at `columns` of sensor row `y` collect; `phase` is the row's parity in the
-    /// mosaic.
+    /// Write what the sites at `columns` of sensor row `y` collect; `phase` is the row's parity in the mosaic.
     void read(std::size_t y, std::size_t phase, const std::vector<std::size_t>& columns, float* out) {
         blur_down(y);
         for (std::size_t parity = 0; parity < 2; ++parity) {
@@ -90,8 +88,8 @@ class RowReader {
         accumulate(blurred_.data(), scene_.row(y), blurred_.size(), taps_[0]);
         for (std::size_t i = 1; i < taps_.size(); ++i) {
             accumulate(blurred_.data(), scene_.row(y - std::min(i, y)), blurred_.size(), taps_[i]);
-            accumulate(blurred_.data(), scene_.row(std::min<std::size_t>(y + i, scene_.height - 1)),
-                       blurred_.size(), taps_[i]);
+            accumulate(blurred_.data(), scene_.row(std::min<std::size_t>(y + i, scene_.height - 1)), blurred_.size(),
+                       taps_[i]);
         }
     }
 
@@ -125,8 +123,7 @@ std::vector<float> read_signal(const Irradiance& scene, const SensorSettings& s)
     const bool keep_cells = has_colour(s);
     const auto columns =
         delivered_sites(s.x_offset, s.width / s.subsample_x, s.subsample_x, s.sensor_width, keep_cells);
-    const auto rows =
-        delivered_sites(s.y_offset, s.height / s.subsample_y, s.subsample_y, s.sensor_height, keep_cells);
+    const auto rows = delivered_sites(s.y_offset, s.height / s.subsample_y, s.subsample_y, s.sensor_height, keep_cells);
     std::vector<float> signal(columns.size() * rows.size());
     RowReader reader(scene, s);
     for (std::size_t y = 0; y < rows.size(); ++y) {

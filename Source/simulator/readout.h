@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// From the light on the sensor to what each delivered site collects: lens, colour of the light, colour
-// filter, area and subsampling.
+// From the light on the sensor to what each delivered site collects: lens, colour of the light, colour filter, area and
+// subsampling.
 #pragma once
 
 #include <cstddef>

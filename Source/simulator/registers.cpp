@@ -39,8 +39,7 @@ constexpr std::size_t kFpgaHeader = 16;  // magic, u32 length of what follows, u
 constexpr std::size_t kLargestFpgaImage = 64 << 20;
 
 bool is_whole_image(const std::vector<std::uint8_t>& image) {
-    if (image.size() < kFpgaHeader || std::memcmp(image.data(), kFpgaMagic, sizeof kFpgaMagic) != 0)
-        return false;
+    if (image.size() < kFpgaHeader || std::memcmp(image.data(), kFpgaMagic, sizeof kFpgaMagic) != 0) return false;
     const std::size_t length = image.size() - kFpgaHeader;
     return get_u32(&image[8]) == length &&
            get_u32(&image[12]) == crc32(0, image.data() + kFpgaHeader, static_cast<uInt>(length));
@@ -52,8 +51,7 @@ CameraSetup CameraSetup::of(const Model& model) {
     CameraSetup setup;
     setup.model = model;
     setup.color_inquiry = model.color_code;
-    // In thousands of pixels a second. A camera starts at its last rate when it has an FPGA, else at its
-    // first.
+    // In thousands of pixels a second. A camera starts at its last rate when it has an FPGA, else at its first.
     setup.data_rates = {5000, 10000, 20000, 27000, 40000};
     if (!model.has_fpga()) std::ranges::reverse(setup.data_rates);
     return setup;
@@ -93,8 +91,7 @@ std::uint32_t Registers::read(std::uint16_t address) {
             return fpga_configured_ ? kFpgaConfigured : 0;
         case TOVIX_FIRMWARE_VERSION: return setup_.firmware_version;
         case TOVIX_VIDEO_SWITCH: return video_on_ ? kVideoOn : 0;
-        case kTemperatureNow:
-            return static_cast<std::uint32_t>(static_cast<std::int32_t>(std::lround(temperature_)));
+        case kTemperatureNow: return static_cast<std::uint32_t>(static_cast<std::int32_t>(std::lround(temperature_)));
         case TOVIX_FAN: return fan_;
         case TOVIX_FO_MAX_SIZE: return pair(setup_.model.width, setup_.model.height);
         case TOVIX_FO_UNIT_SIZE: return pair(kUnitWidth, kUnitHeight);
@@ -110,13 +107,10 @@ std::uint32_t Registers::read(std::uint16_t address) {
             return pair(least, most);
         }
         case TOVIX_FO_KPS: return data_rate_;
-        case TOVIX_FO_KPS_ARRAY_CNT:
-            data_rates_read_ = 0;
-            return static_cast<std::uint32_t>(setup_.data_rates.size());
+        case TOVIX_FO_KPS_ARRAY_CNT: data_rates_read_ = 0; return static_cast<std::uint32_t>(setup_.data_rates.size());
         case TOVIX_FO_KPS_ARRAY: {
             const auto next = [&]() -> std::uint32_t {
-                return data_rates_read_ < setup_.data_rates.size() ? setup_.data_rates[data_rates_read_++]
-                                                                   : 0u;
+                return data_rates_read_ < setup_.data_rates.size() ? setup_.data_rates[data_rates_read_++] : 0u;
             };
             const std::uint32_t low = next();
             return pair(low, next());

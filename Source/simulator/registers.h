@@ -46,9 +46,7 @@ class Registers {
     void write(std::uint16_t address, std::uint32_t value);
 
     // The message channel's data area is bytes, not words.
-    static bool is_message_data(std::uint16_t address) {
-        return address >= TOVIX_MSG_DATA && address < kMessageEnd;
-    }
+    static bool is_message_data(std::uint16_t address) { return address >= TOVIX_MSG_DATA && address < kMessageEnd; }
     void read_message(std::uint16_t address, std::uint8_t* data, std::size_t size) const;
     void write_message(std::uint16_t address, const std::uint8_t* data, std::size_t size);
 

@@ -47,8 +47,7 @@ class PictureScene : public Scene {
         : width_(width), height_(height), samples_(std::move(samples)) {}
 
     Irradiance project(std::uint32_t width, std::uint32_t height) const override {
-        const double scale =
-            std::min(static_cast<double>(width_) / width, static_cast<double>(height_) / height);
+        const double scale = std::min(static_cast<double>(width_) / width, static_cast<double>(height_) / height);
         const std::vector<Span> columns = area_spans(scale * width, width_, width);
         const std::vector<Span> rows = area_spans(scale * height, height_, height);
         Irradiance image(width, height);

@@ -13,8 +13,7 @@ namespace tovix::simulator {
 /// More pixels than any scene or sensor may have; bounds the memory that a file or a setting can ask for.
 inline constexpr std::uint64_t kMaxScenePixels = 64'000'000;
 
-/// Light falling on a grid of pixels: rows top to bottom, red, green, blue for each pixel, linear, 1.0 =
-/// white.
+/// Light falling on a grid of pixels: rows top to bottom, red, green, blue for each pixel, linear, 1.0 = white.
 struct Irradiance {
     std::uint32_t width = 0;
     std::uint32_t height = 0;
@@ -45,8 +44,8 @@ std::shared_ptr<const Scene> test_chart();
 
 /// A PNG file of 8 or 16 bits, its encoding (sRGB where it names none) taken back to linear light;
 /// transparent parts are black. Where its proportions differ from the sensor's it keeps them, and what hangs
-/// over is cut off evenly. On failure the result is null and `error` is one line without a line end, which
-/// names the file.
+/// over is cut off evenly. On failure the result is null and `error` is one line without a line end, which names the
+/// file.
 std::shared_ptr<const Scene> load_picture(const std::string& path, std::string& error);
 
 }  // namespace tovix::simulator

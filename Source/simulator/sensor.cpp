@@ -39,8 +39,8 @@ void make_factor(double& value, double most) {
 
 /// The same settings with every value in the range that the arithmetic can bear.
 SensorSettings tamed(SensorSettings s) {
-    for (double* factor : {&s.gain, &s.gain_red, &s.gain_blue, &s.gain_green_red, &s.gain_green_blue,
-                           &s.light[0], &s.light[1], &s.light[2], &s.noise})
+    for (double* factor : {&s.gain, &s.gain_red, &s.gain_blue, &s.gain_green_red, &s.gain_green_blue, &s.light[0],
+                           &s.light[1], &s.light[2], &s.noise})
         make_factor(*factor, kMaxFactor);
     make_factor(s.exposure_us, kMaxExposure);
     make_factor(s.blur, kMaxBlur);
@@ -54,8 +54,7 @@ SensorSettings tamed(SensorSettings s) {
 
 bool deliverable(const SensorSettings& s) {
     const std::uint64_t columns = s.width / s.subsample_x, rows = s.height / s.subsample_y;
-    if (std::max(s.width, s.height) > kMaxSide || std::max(s.sensor_width, s.sensor_height) > kMaxSide)
-        return false;
+    if (std::max(s.width, s.height) > kMaxSide || std::max(s.sensor_width, s.sensor_height) > kMaxSide) return false;
     const std::uint64_t sensor_pixels = std::uint64_t{s.sensor_width} * s.sensor_height;
     const std::uint64_t bytes = columns * rows * s.bytes_per_sample;
     return bytes > 0 && bytes <= kMaxFrameBytes && sensor_pixels > 0 && sensor_pixels <= kMaxScenePixels;
@@ -103,8 +102,7 @@ Amplifier amplifier_at(const SensorSettings& s, Site site) {
         gain *= by_site[site.red_row][site.red_column];
     }
     const double variance = s.noise * s.noise;
-    return {static_cast<float>(kWhiteLevel * s.exposure_us / 10'000 * gain),
-            static_cast<float>(variance * gain * gain),
+    return {static_cast<float>(kWhiteLevel * s.exposure_us / 10'000 * gain), static_cast<float>(variance * gain * gain),
             static_cast<float>(variance * gain / kShotNoiseLevel)};
 }
 
@@ -121,8 +119,7 @@ class Amplification {
     float level(float signal, std::size_t x, std::size_t y) {
         const Amplifier& amplifier = amplifiers_[y & 1][x & 1];
         float level = signal * amplifier.scale;
-        if (noisy_)
-            level += std::sqrt(amplifier.read_variance + amplifier.shot_variance * level) * noise_.next();
+        if (noisy_) level += std::sqrt(amplifier.read_variance + amplifier.shot_variance * level) * noise_.next();
         return std::clamp(level + dark_level_, 0.0f, 255.0f);
     }
 
@@ -140,12 +137,10 @@ std::uint8_t byte_at(const ToneCurve& curve, float level) {
 std::uint32_t word_at(const ToneCurve& curve, float level) {
     const auto below = static_cast<std::size_t>(level);
     const float from = curve[below], to = curve[std::min<std::size_t>(below + 1, 255)];
-    return static_cast<std::uint32_t>((from + (to - from) * (level - static_cast<float>(below))) * 257 +
-                                      0.5f);
+    return static_cast<std::uint32_t>((from + (to - from) * (level - static_cast<float>(below))) * 257 + 0.5f);
 }
 
-std::vector<std::uint8_t> develop(const std::vector<float>& signal, const SensorSettings& s,
-                                  std::size_t pattern) {
+std::vector<std::uint8_t> develop(const std::vector<float>& signal, const SensorSettings& s, std::size_t pattern) {
     const std::size_t columns = s.width / s.subsample_x, rows = signal.size() / columns;
     std::vector<std::uint8_t> frame(signal.size() * s.bytes_per_sample);
     Amplification amplification(s, pattern);
@@ -206,8 +201,7 @@ Sensor::Sensor(std::shared_ptr<const Scene> scene)
 
 Sensor::~Sensor() = default;
 
-void Sensor::render(const SensorSettings& settings, std::uint64_t frame_number,
-                    std::vector<std::uint8_t>& frame) try {
+void Sensor::render(const SensorSettings& settings, std::uint64_t frame_number, std::vector<std::uint8_t>& frame) try {
     frame.clear();
     const SensorSettings safe = tamed(settings);
     if (deliverable(safe)) frame = prepared_->frame(*scene_, safe, frame_number);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the sensor of a simulated camera sees: a scene through a lens, exposure, gains and a colour filter, as
-// raw bytes.
+// What the sensor of a simulated camera sees: a scene through a lens, exposure, gains and a colour filter, as raw
+// bytes.
 #pragma once
 
 #include <array>
@@ -38,7 +38,7 @@ struct SensorSettings {
     std::uint32_t subsample_x = 1;  ///< every n-th colour-filter cell (colour) or pixel (monochrome) is
                                     ///< delivered, width / n samples a row
     std::uint32_t subsample_y = 1;
-    std::uint32_t color_id = 0;  ///< 0 monochrome, 8 RGGB, 9 GRBG, 10 GBRG, 11 BGGR; others are monochrome
+    std::uint32_t color_id = 0;          ///< 0 monochrome, 8 RGGB, 9 GRBG, 10 GBRG, 11 BGGR; others are monochrome
     std::uint32_t bytes_per_sample = 1;  ///< 1, or 2 with the most significant byte first
 
     double exposure_us = 10'000;  ///< white reaches just below full scale at 10 ms with all gains at 1.0
@@ -49,9 +49,9 @@ struct SensorSettings {
     double gain_green_blue = 1.0;  ///< greens in blue rows
 
     std::array<double, 3> light{1.0, 1.0, 1.0};  ///< colour of the light: red, green, blue
-    double blur = 0.0;   ///< standard deviation of the lens's point spread, in sensor pixels; 32 at most
-    double noise = 0.0;  ///< read noise at gain 1.0, standard deviation in 8-bit levels; shot noise grows
-                         ///< along with it; 0: every frame is the same
+    double blur = 0.0;          ///< standard deviation of the lens's point spread, in sensor pixels; 32 at most
+    double noise = 0.0;         ///< read noise at gain 1.0, standard deviation in 8-bit levels; shot noise grows
+                                ///< along with it; 0: every frame is the same
     double temperature = 25.0;  ///< degrees Celsius; the dark level, 1 at 25, doubles every 8 degrees
     /// Output level for each 8-bit input level. 16-bit samples pass it too, interpolated between its entries.
     ToneCurve tone_curve = straight_tone_curve();
@@ -68,8 +68,8 @@ class Sensor {
 
     /// Write one frame, rows top to bottom without padding, into `frame`; `frame_number` chooses among a
     /// handful of prepared noise patterns. Areas that reach over the sensor's edge repeat its last row and
-    /// column. A 16-bit sample is 257 times the 8-bit level, with its fraction. Throws nothing: without
-    /// memory the frame is empty.
+    /// column. A 16-bit sample is 257 times the 8-bit level, with its fraction. Throws nothing: without memory the
+    /// frame is empty.
     void render(const SensorSettings& settings, std::uint64_t frame_number, std::vector<std::uint8_t>& frame);
 
     Sensor(const Sensor&) = delete;

@@ -44,8 +44,7 @@ std::int32_t make_options(const tovix_simulated_options& wanted, DeviceOptions& 
     Model model;
     if (!find_model(wanted.model != nullptr ? wanted.model : "", model))
         return refuse("error: there is no simulated model '%s'\n", wanted.model);
-    if (wanted.state > TOVIX_SIMULATED_READY)
-        return refuse("error: unknown state of a simulated camera\n", "");
+    if (wanted.state > TOVIX_SIMULATED_READY) return refuse("error: unknown state of a simulated camera\n", "");
     options.camera = CameraSetup::of(model);
     options.state = static_cast<DeviceOptions::State>(wanted.state);
     options.high_speed = wanted.full_speed == 0;
@@ -99,15 +98,12 @@ void tovix_simulation_end() {
     simulation.reset();
 }
 
-std::int32_t tovix_simulation_attach(const tovix_simulated_options* options,
-                                     tovix_simulated_camera** camera) {
+std::int32_t tovix_simulation_attach(const tovix_simulated_options* options, tovix_simulated_camera** camera) {
     if (!simulation) return refuse("error: there is no simulated bus to attach a camera to\n", "");
     return guarded([&] {
-        // A caller that was compiled with an older, shorter record gets the defaults for what it does not
-        // know.
+        // A caller that was compiled with an older, shorter record gets the defaults for what it does not know.
         tovix_simulated_options wanted{};
-        if (options != nullptr)
-            std::memcpy(&wanted, options, std::min<std::size_t>(options->size, sizeof wanted));
+        if (options != nullptr) std::memcpy(&wanted, options, std::min<std::size_t>(options->size, sizeof wanted));
         DeviceOptions device;
         if (const std::int32_t result = make_options(wanted, device); result < 0) return result;
         const std::lock_guard lock(simulation->mutex);
@@ -135,13 +131,11 @@ std::int32_t tovix_simulation_plug_in(tovix_simulated_camera* camera) {
     });
 }
 
-std::int32_t tovix_simulation_plant_fault(tovix_simulated_camera* camera,
-                                          const tovix_simulated_fault* fault) {
+std::int32_t tovix_simulation_plant_fault(tovix_simulated_camera* camera, const tovix_simulated_fault* fault) {
     if (camera == nullptr || fault == nullptr || fault->size < sizeof *fault) return TOVIX_EFAIL;
     if (fault->place > TOVIX_FAULT_MOMENT || fault->kind > TOVIX_FAULT_BUSY) return TOVIX_EINVAL;
     const bool by_itself = fault->place == TOVIX_FAULT_MOMENT;
-    if (by_itself && fault->kind != TOVIX_FAULT_UNPLUG && fault->kind != TOVIX_FAULT_REPLUG)
-        return TOVIX_EINVAL;
+    if (by_itself && fault->kind != TOVIX_FAULT_UNPLUG && fault->kind != TOVIX_FAULT_REPLUG) return TOVIX_EINVAL;
     return guarded([&] {
         const auto device = camera->port->access();
         device->faults().plant({
@@ -175,8 +169,8 @@ std::int32_t tovix_simulation_step(std::uint64_t microseconds) {
     });
 }
 
-std::int32_t tovix_simulation_check_frame(const std::uint8_t* frame, std::uint32_t row_bytes,
-                                          std::uint32_t height, std::uint32_t* serial) {
+std::int32_t tovix_simulation_check_frame(const std::uint8_t* frame, std::uint32_t row_bytes, std::uint32_t height,
+                                          std::uint32_t* serial) {
     if (frame == nullptr || row_bytes < kMarkBytes || height == 0) return TOVIX_EFAIL;
     std::uint32_t found = 0;
     const bool whole = check_frame({frame, std::size_t{row_bytes} * height}, row_bytes, &found);

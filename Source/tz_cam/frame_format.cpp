@@ -9,11 +9,10 @@
 namespace {
 
 /// The geometry a call works with, on the standard error stream.
-void print_geometry(const char* function, unsigned subsample_x, unsigned subsample_y, unsigned width,
-                    unsigned height, unsigned x_offset, unsigned y_offset) {
+void print_geometry(const char* function, unsigned subsample_x, unsigned subsample_y, unsigned width, unsigned height,
+                    unsigned x_offset, unsigned y_offset) {
     std::fprintf(stderr, "%s: subsample=%ux%d, size=%ux%d, position=%ux%d\n", function, subsample_x,
-                 static_cast<int>(subsample_y), width, static_cast<int>(height), x_offset,
-                 static_cast<int>(y_offset));
+                 static_cast<int>(subsample_y), width, static_cast<int>(height), x_offset, static_cast<int>(y_offset));
 }
 
 /// Delivered pixels of an area of `size` sensor pixels, as the camera divides it: signed and truncating.
@@ -29,8 +28,8 @@ std::uint16_t subsampled(std::uint32_t size, std::uint16_t factor) {
     camera->height = subsampled(format.height, format.subsample_y);
     camera->x_offset = static_cast<std::uint16_t>(format.x_offset);
     camera->y_offset = static_cast<std::uint16_t>(format.y_offset);
-    print_geometry("cam_write_format", camera->subsample_x, camera->subsample_y, camera->width,
-                   camera->height, camera->x_offset, camera->y_offset);
+    print_geometry("cam_write_format", camera->subsample_x, camera->subsample_y, camera->width, camera->height,
+                   camera->x_offset, camera->y_offset);
     const struct {
         Register reg;
         std::uint16_t first, second;
@@ -40,8 +39,7 @@ std::uint16_t subsampled(std::uint32_t size, std::uint16_t factor) {
         {kFoSubsampling, camera->subsample_x, camera->subsample_y},
     };
     for (const auto& [reg, first, second] : writes) {
-        if (const std::int32_t result = tz_usb_write_tovix_two_u16(camera, reg.address, first, second);
-            result < 0)
+        if (const std::int32_t result = tz_usb_write_tovix_two_u16(camera, reg.address, first, second); result < 0)
             return unwritable(reg, result);
     }
     return TOVIX_OK;
@@ -99,8 +97,8 @@ std::int32_t tovix_get_video_format(_tovix* camera, _tovix_frame_format* format)
         .subsample_y = camera->subsample_y,
         .reserved_y = 0,
     };
-    print_geometry("tovix_get_video_format", format->subsample_x, format->subsample_y, format->width,
-                   format->height, format->x_offset, format->y_offset);
+    print_geometry("tovix_get_video_format", format->subsample_x, format->subsample_y, format->width, format->height,
+                   format->x_offset, format->y_offset);
     return TOVIX_OK;
 }
 
@@ -113,8 +111,7 @@ std::int32_t tovix_get_image_format(_tovix* camera, tovix_image_format* out) {
     out->image_size = frame_bytes(camera);
     for (const LayoutOfColor& layout : kLayouts) {
         const auto end = std::end(layout.color_ids);
-        if (camera->color_id == kNone ||
-            std::find(std::begin(layout.color_ids), end, camera->color_id) == end)
+        if (camera->color_id == kNone || std::find(std::begin(layout.color_ids), end, camera->color_id) == end)
             continue;
         out->flags = layout.flags;
         out->reserved = 0;

@@ -17,8 +17,7 @@ constexpr std::size_t kMaxNameLength = 127;
 constexpr std::uint16_t kProductMask = 0x7FFF;
 
 std::uint32_t read_u32(const std::uint8_t* bytes) {
-    return bytes[0] | std::uint32_t{bytes[1]} << 8 | std::uint32_t{bytes[2]} << 16 |
-           std::uint32_t{bytes[3]} << 24;
+    return bytes[0] | std::uint32_t{bytes[1]} << 8 | std::uint32_t{bytes[2]} << 16 | std::uint32_t{bytes[3]} << 24;
 }
 
 }  // namespace
@@ -33,8 +32,7 @@ const camera_id* tz_camera_find(std::uint16_t product_id, std::uint16_t release)
     return nullptr;
 }
 
-std::int32_t find_model_data(const camera_id* row, std::uint32_t tag, const void** value,
-                             std::uint32_t* length) {
+std::int32_t find_model_data(const camera_id* row, std::uint32_t tag, const void** value, std::uint32_t* length) {
     if (row == nullptr) {
         std::fprintf(stderr, "error: device info cannot be NULL\n");
         return TOVIX_EINVAL;
@@ -55,8 +53,7 @@ std::int32_t find_model_data(const camera_id* row, std::uint32_t tag, const void
 }
 
 ResourcePath resource_path(const char* file_template, std::uint16_t release) {
-    // The template comes from the table, but it is not handed to printf: one stray conversion there would be
-    // a crash.
+    // The template comes from the table, but it is not handed to printf: one stray conversion there would be a crash.
     char name[kMaxNameLength + 1];
     if (const char* const place = std::strstr(file_template, "%X"); place != nullptr) {
         const int before = static_cast<int>(place - file_template);
@@ -65,8 +62,7 @@ ResourcePath resource_path(const char* file_template, std::uint16_t release) {
         std::snprintf(name, sizeof name, "%s", file_template);
     }
     ResourcePath path;
-    std::snprintf(path.text, sizeof path.text, "%s/%s",
-                  RESOURCE_FILE_ROOT != nullptr ? RESOURCE_FILE_ROOT : "", name);
+    std::snprintf(path.text, sizeof path.text, "%s/%s", RESOURCE_FILE_ROOT != nullptr ? RESOURCE_FILE_ROOT : "", name);
     return path;
 }
 

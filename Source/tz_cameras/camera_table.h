@@ -21,8 +21,8 @@ struct ResourcePath {
     char text[256];
 };
 
-/// Path of a row's file under the resource directory: the template's "%X" becomes the release number. The
-/// name is cut at 127 characters.
+/// Path of a row's file under the resource directory: the template's "%X" becomes the release number. The name is cut
+/// at 127 characters.
 ResourcePath resource_path(const char* file_template, std::uint16_t release);
 
 /// Replace the resource directory; null chooses the built-in default. False when memory has run out.

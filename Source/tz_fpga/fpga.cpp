@@ -45,8 +45,7 @@ void send_image(_tovix* camera) {
     std::fprintf(stderr, "loading FPGA binary from disk\n");
     std::uint8_t* loaded = nullptr;
     std::uint32_t size = 0;
-    if (usb_load_fpga_contents(camera->vendor_id, camera->product_id, camera->device_release, &loaded,
-                               &size) != 0) {
+    if (usb_load_fpga_contents(camera->vendor_id, camera->product_id, camera->device_release, &loaded, &size) != 0) {
         std::fprintf(stderr, "error: unable to load FPGA\n");
         return;
     }
@@ -72,8 +71,7 @@ void send_image(_tovix* camera) {
 bool configure(_tovix* camera) {
     if (camera->camera == nullptr || camera->camera->fpga_file == nullptr) return true;
     std::uint32_t control = 0;
-    if (tz_usb_read_tovix_u32(camera, TOVIX_FPGA_CONTROL, &control) < 0)
-        return failed("unable to read register");
+    if (tz_usb_read_tovix_u32(camera, TOVIX_FPGA_CONTROL, &control) < 0) return failed("unable to read register");
     if ((control & kConfigured) != 0) return true;
 
     IOUSBInterfaceInterface** const interface = camera->interface;
@@ -97,10 +95,8 @@ bool configure(_tovix* camera) {
 /// Read a whole image file. False after a report.
 [[nodiscard]] bool read_image(int fd, Image& image, std::uint32_t& size) {
     struct stat file {};
-    if (::fstat(fd, &file) != 0 || !S_ISREG(file.st_mode) || file.st_size == 0 ||
-        file.st_size > kMaxImageBytes) {
-        if (file.st_mode != 0)
-            errno = S_ISDIR(file.st_mode) ? EISDIR : file.st_size > kMaxImageBytes ? EFBIG : EINVAL;
+    if (::fstat(fd, &file) != 0 || !S_ISREG(file.st_mode) || file.st_size == 0 || file.st_size > kMaxImageBytes) {
+        if (file.st_mode != 0) errno = S_ISDIR(file.st_mode) ? EISDIR : file.st_size > kMaxImageBytes ? EFBIG : EINVAL;
         std::fprintf(stderr, "error: unable to get file size: %s\n", error_text());
         return false;
     }

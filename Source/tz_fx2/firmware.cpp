@@ -56,8 +56,7 @@ std::int32_t write_failed() {
     std::uint8_t data[kMaxRecordBytes];
     std::int32_t result = 0;
     while ((result = hex_read_section(fd, &header, data)) > 0) {
-        if (usb_fx2_write(device, header.address, header.length, data) != kIOReturnSuccess)
-            return write_failed();
+        if (usb_fx2_write(device, header.address, header.length, data) != kIOReturnSuccess) return write_failed();
     }
     if (result < 0) std::fprintf(stderr, "error: unable to read header from file: %s", error_text());
     return TOVIX_OK;
@@ -67,11 +66,9 @@ std::int32_t write_failed() {
 [[nodiscard]] std::int32_t configure(IOUSBDeviceInterface197** device) {
     IOUSBConfigurationDescriptorPtr configuration = nullptr;
     IOReturn status = (*device)->GetConfigurationDescriptorPtr(device, 0, &configuration);
-    if (status == kIOReturnSuccess && configuration->bLength < sizeof *configuration)
-        status = kIOReturnUnderrun;
+    if (status == kIOReturnSuccess && configuration->bLength < sizeof *configuration) status = kIOReturnUnderrun;
     if (status != kIOReturnSuccess) {
-        std::fprintf(stderr, "unable to get config descriptor for index %d (err = %08x)\n", 0,
-                     unsigned(status));
+        std::fprintf(stderr, "unable to get config descriptor for index %d (err = %08x)\n", 0, unsigned(status));
         return TOVIX_EFAIL;
     }
     const UInt8 value = configuration->bConfigurationValue;
@@ -181,8 +178,7 @@ std::int32_t usb_fx2_send_firmware(IOUSBDeviceInterface197** device, std::uint16
         std::fprintf(stderr, "error: unable to open firmware file %s\n", path.text);
         return TOVIX_EFAIL;
     }
-    if (reset_cpu(device, true) != TOVIX_OK || send_records(device, file.fd()) != TOVIX_OK)
-        return TOVIX_EFAIL;
+    if (reset_cpu(device, true) != TOVIX_OK || send_records(device, file.fd()) != TOVIX_OK) return TOVIX_EFAIL;
     return reset_cpu(device, false);
 }
 

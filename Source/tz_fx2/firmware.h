@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Firmware for a bare FX2: a memory image sent record by record to its boot loader, while its CPU is held in
-// reset.
+// Firmware for a bare FX2: a memory image sent record by record to its boot loader, while its CPU is held in reset.
 #pragma once
 
 #include <cstdint>
@@ -16,5 +15,5 @@ void usb_load_firmware(std::uint32_t* counter, io_iterator_t iterator);
                                                  std::uint16_t product_id, std::uint16_t release);
 
 /// Write `length` bytes into the FX2's memory at `address`. The platform's status.
-[[nodiscard]] std::int32_t usb_fx2_write(IOUSBDeviceInterface197** device, std::uint16_t address,
-                                         std::uint16_t length, std::uint8_t* data);
+[[nodiscard]] std::int32_t usb_fx2_write(IOUSBDeviceInterface197** device, std::uint16_t address, std::uint16_t length,
+                                         std::uint8_t* data);

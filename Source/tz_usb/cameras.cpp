@@ -77,8 +77,8 @@ std::int32_t tovix_enum_cameras(tovix_version* records, std::uint32_t* count) {
     if (!port.open()) return TOVIX_EFAIL;
     EnumContext context{records, static_cast<std::int32_t>(std::min(*count, std::uint32_t{INT32_MAX})), 0};
     const std::int32_t result = for_each_pair([&](const camera_id& row) {
-        return usb_init_cameras_by_vid_and_pid<EnumContext>(port.get(), row.vendor_id, row.product_id,
-                                                            usb_enum_camera, &context);
+        return usb_init_cameras_by_vid_and_pid<EnumContext>(port.get(), row.vendor_id, row.product_id, usb_enum_camera,
+                                                            &context);
     });
     if (result < 0) return result;
     *count = static_cast<std::uint32_t>(context.count);

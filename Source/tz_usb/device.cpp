@@ -24,8 +24,7 @@ std::int32_t open_failed(const char* step) {
                                                         kIOCFPlugInInterfaceID, &created, &score);
     if (status != kIOReturnSuccess || created == nullptr) {
         const std::int32_t result = status != kIOReturnSuccess ? status : -10;
-        std::fprintf(stderr, "IOCreatePlugInInterfaceForService(usb_device Err 0x%x %d\n", unsigned(result),
-                     result);
+        std::fprintf(stderr, "IOCreatePlugInInterfaceForService(usb_device Err 0x%x %d\n", unsigned(result), result);
         return result;
     }
     const Owned<IOCFPlugInInterface> plug_in(created);
@@ -43,8 +42,7 @@ std::int32_t open_failed(const char* step) {
 [[nodiscard]] std::int32_t claim_device(_tovix* camera) {
     IOUSBDeviceInterface197** const device = camera->device;
     if ((*device)->GetDeviceVendor(device, &camera->vendor_id) != 0) return open_failed("get device vendor");
-    if ((*device)->GetDeviceProduct(device, &camera->product_id) != 0)
-        return open_failed("get device product");
+    if ((*device)->GetDeviceProduct(device, &camera->product_id) != 0) return open_failed("get device product");
     if ((*device)->GetDeviceReleaseNumber(device, &camera->device_release) != 0)
         return open_failed("get device release");
     if ((*device)->USBDeviceOpen(device) != 0) return open_failed("usb device open");
@@ -89,8 +87,7 @@ std::int32_t open_failed(const char* step) {
     usb_get_device_speed(camera);
     usb_get_device_model_name(camera);
     usb_init_temperature(camera);
-    std::fprintf(stderr, "sn=%lu, rel=%lu, fw=%08X, speed=%d\n",
-                 static_cast<unsigned long>(camera->serial_number),
+    std::fprintf(stderr, "sn=%lu, rel=%lu, fw=%08X, speed=%d\n", static_cast<unsigned long>(camera->serial_number),
                  static_cast<unsigned long>(camera->release_number), camera->firmware_version, camera->speed);
     camera->gamma = 100;
     camera->contrast = 100;
@@ -116,12 +113,11 @@ std::int32_t usb_open_device(_tovix* camera, io_service_t service) {
 std::int32_t usb_open_interface(_tovix* camera) {
     IOCFPlugInInterface** created = nullptr;
     SInt32 score = 0;
-    IOReturn status = IOCreatePlugInInterfaceForService(
-        camera->interface_service, kIOUSBInterfaceUserClientTypeID, kIOCFPlugInInterfaceID, &created, &score);
+    IOReturn status = IOCreatePlugInInterfaceForService(camera->interface_service, kIOUSBInterfaceUserClientTypeID,
+                                                        kIOCFPlugInInterfaceID, &created, &score);
     if (status != kIOReturnSuccess || created == nullptr) {
         const std::int32_t result = status != kIOReturnSuccess ? status : -100;
-        std::fprintf(stderr, "IOCreatePlugInInterfaceForService usb_interface Err 0x%x %d\n",
-                     unsigned(result), result);
+        std::fprintf(stderr, "IOCreatePlugInInterfaceForService usb_interface Err 0x%x %d\n", unsigned(result), result);
         return result;
     }
     const Owned<IOCFPlugInInterface> plug_in(created);
@@ -135,8 +131,7 @@ std::int32_t usb_open_interface(_tovix* camera) {
     Owned<IOUSBInterfaceInterface> interface(static_cast<IOUSBInterfaceInterface**>(object));
     status = (*interface)->USBInterfaceOpen(interface.get());
     if (status != kIOReturnSuccess) {
-        std::fprintf(stderr, "USBInterfaceOpen(ref->usb_interface_if Err 0x%x %d\n", unsigned(status),
-                     status);
+        std::fprintf(stderr, "USBInterfaceOpen(ref->usb_interface_if Err 0x%x %d\n", unsigned(status), status);
         return status;
     }
     camera->interface = interface.release();
@@ -161,7 +156,6 @@ std::int32_t usb_close_device(_tovix* camera) {
     return TOVIX_OK;
 }
 
-std::int32_t usb_get_model_data(_tovix* camera, std::uint32_t tag, const void** value,
-                                std::uint32_t* length) {
+std::int32_t usb_get_model_data(_tovix* camera, std::uint32_t tag, const void** value, std::uint32_t* length) {
     return find_model_data(camera->camera, tag, value, length);
 }

@@ -21,8 +21,7 @@ constexpr ColorCode kColorCodes[] = {
     {{10, 14, 26}, 10, "gbrg"}, {{11, 15, 27}, 11, "bggr"},
 };
 
-/// Set the colour fields from the sensor's code. A code that is not known is reported and leaves a monochrome
-/// camera.
+/// Set the colour fields from the sensor's code. A code that is not known is reported and leaves a monochrome camera.
 void apply_color_code(_tovix* camera, std::uint32_t code) {
     for (const ColorCode& known : kColorCodes) {
         for (const std::uint32_t known_code : known.read) {
@@ -57,8 +56,7 @@ std::int32_t usb_init_temperature(_tovix* camera) {
     if (camera->temp_supported && camera->fan_supported && camera->fan_on != camera->temp_on) {
         camera->fan_on = camera->temp_on;
         const std::uint32_t follow = camera->temp_on ? fan | kSwitchedOn : fan & ~kSwitchedOn;
-        if (const std::int32_t result = tz_usb_write_tovix_u32(camera, kFanRegister.address, follow);
-            result < 0)
+        if (const std::int32_t result = tz_usb_write_tovix_u32(camera, kFanRegister.address, follow); result < 0)
             return unwritable(kFanRegister, result);
     }
     return TOVIX_OK;
@@ -77,23 +75,20 @@ std::int32_t usb_init_geometry(_tovix* camera) {
         {kFoSubsampling, &camera->subsample_x, &camera->subsample_y},
     };
     for (const auto& [reg, first, second] : pairs) {
-        if (const std::int32_t result = tz_usb_read_tovix_two_u16(camera, reg.address, first, second);
-            result < 0)
+        if (const std::int32_t result = tz_usb_read_tovix_two_u16(camera, reg.address, first, second); result < 0)
             return unreadable(reg, result);
     }
-    std::fprintf(stderr, "params: size=%dx%d, max_size=%dx%d, position=%dx%d\n", camera->width,
-                 camera->height, camera->max_width, camera->max_height, camera->x_offset, camera->y_offset);
+    std::fprintf(stderr, "params: size=%dx%d, max_size=%dx%d, position=%dx%d\n", camera->width, camera->height,
+                 camera->max_width, camera->max_height, camera->x_offset, camera->y_offset);
     camera->pixel_format = 0;
 
     std::uint32_t color_code = 0;
-    if (const std::int32_t result = tz_usb_read_tovix_u32(camera, kFoColorInq.address, &color_code);
-        result < 0)
+    if (const std::int32_t result = tz_usb_read_tovix_u32(camera, kFoColorInq.address, &color_code); result < 0)
         return unreadable(kFoColorInq, result);
     apply_color_code(camera, color_code);
 
     std::uint32_t subsampling = 0;
-    if (const std::int32_t result = tz_usb_read_tovix_u32(camera, kFoSubsamplingInq.address, &subsampling);
-        result < 0)
+    if (const std::int32_t result = tz_usb_read_tovix_u32(camera, kFoSubsamplingInq.address, &subsampling); result < 0)
         return unreadable(kFoSubsamplingInq, result);
     if (const std::uint32_t largest = subsampling & 0xFF; largest > 1) {
         std::fprintf(stderr, "subsampling is available: max=%d\n", static_cast<int>(largest));
@@ -101,8 +96,7 @@ std::int32_t usb_init_geometry(_tovix* camera) {
         std::fprintf(stderr, "subsampling is not available\n");
     }
 
-    if (const std::int32_t result = tz_usb_write_tovix_u32(camera, kFoColorId.address, camera->color_id);
-        result < 0)
+    if (const std::int32_t result = tz_usb_write_tovix_u32(camera, kFoColorId.address, camera->color_id); result < 0)
         return unwritable(kFoColorId, result);
     return tz_usb_reload_kps(camera);
 }
@@ -110,8 +104,7 @@ std::int32_t usb_init_geometry(_tovix* camera) {
 std::int32_t tz_usb_reload_kps(_tovix* camera) {
     if (refuse_null(camera)) return TOVIX_EFAIL;
     std::uint16_t smallest = 0, largest = 0;
-    if (const std::int32_t result =
-            tz_usb_read_tovix_two_u16(camera, kFoKpsMinmaxInq.address, &smallest, &largest);
+    if (const std::int32_t result = tz_usb_read_tovix_two_u16(camera, kFoKpsMinmaxInq.address, &smallest, &largest);
         result < 0) {
         return unreadable(kFoKpsMinmaxInq, result);
     }
@@ -120,8 +113,7 @@ std::int32_t tz_usb_reload_kps(_tovix* camera) {
     std::uint32_t count = 0;
     if (const std::int32_t result = tz_usb_read_tovix_u32(camera, kFoKpsArrayCnt.address, &count); result < 0)
         return unreadable(kFoKpsArrayCnt, result);
-    if (count > UINT16_MAX)
-        return unreadable(kFoKpsArrayCnt, TOVIX_EFAIL);  // no count that the handle can hold
+    if (count > UINT16_MAX) return unreadable(kFoKpsArrayCnt, TOVIX_EFAIL);  // no count that the handle can hold
     std::fprintf(stderr, "kps count: %d\n", static_cast<int>(count));
 
     std::free(std::exchange(camera->kps_list, nullptr));
@@ -134,11 +126,9 @@ std::int32_t tz_usb_reload_kps(_tovix* camera) {
     }
     camera->kps_count = static_cast<std::uint16_t>(count);
 
-    for (std::uint32_t i = 0; i < count;
-         i += 2) {  // the camera steps through its list from one read to the next
+    for (std::uint32_t i = 0; i < count; i += 2) {  // the camera steps through its list from one read to the next
         std::uint16_t low = 0, high = 0;
-        if (const std::int32_t result = tz_usb_read_tovix_two_u16(camera, kFoKpsArray.address, &low, &high);
-            result < 0)
+        if (const std::int32_t result = tz_usb_read_tovix_two_u16(camera, kFoKpsArray.address, &low, &high); result < 0)
             return unreadable(kFoKpsArray, result);
         camera->kps_list[i] = low;
         if (i + 1 < count) camera->kps_list[i + 1] = high;

@@ -19,8 +19,7 @@ struct StringDescriptor {
     bool is_well_formed() const { return bytes[1] == kStringDescriptor && bytes[0] % 2 == 0; }
 };
 
-IOReturn read_descriptor(_tovix* camera, UInt8 index, UInt16 language, UInt16 length,
-                         StringDescriptor& descriptor) {
+IOReturn read_descriptor(_tovix* camera, UInt8 index, UInt16 language, UInt16 length, StringDescriptor& descriptor) {
     descriptor = {};
     IOUSBDevRequestTO transfer{
         .bmRequestType = kStandardRead,
@@ -38,8 +37,7 @@ IOReturn read_descriptor(_tovix* camera, UInt8 index, UInt16 language, UInt16 le
 
 }  // namespace
 
-std::int32_t usb_get_string_descriptor(_tovix* camera, std::uint8_t index, char* out, int max,
-                                       std::uint16_t language) {
+std::int32_t usb_get_string_descriptor(_tovix* camera, std::uint8_t index, char* out, int max, std::uint16_t language) {
     if (max <= 1) return TOVIX_EFAIL;
     StringDescriptor descriptor;
     if (const IOReturn status = read_descriptor(camera, index, language, 2, descriptor);
@@ -57,8 +55,7 @@ std::int32_t usb_get_string_descriptor(_tovix* camera, std::uint8_t index, char*
         status != kIOReturnSuccess) {
         return status;
     }
-    // The second answer counts: the device may have changed its mind about the length, but not beyond what
-    // was asked.
+    // The second answer counts: the device may have changed its mind about the length, but not beyond what was asked.
     if (!descriptor.is_well_formed()) return kIOReturnUnderrun;
     const int characters = std::clamp((std::min(descriptor.length(), length) - 2) / 2, 0, max - 1);
     for (int i = 0; i < characters; ++i)
@@ -76,8 +73,7 @@ std::int32_t usb_get_device_speed(_tovix* camera) {
 }
 
 std::int32_t usb_get_device_release_number(_tovix* camera) {
-    if ((*camera->device)->GetDeviceReleaseNumber(camera->device, &camera->release_number) !=
-        kIOReturnSuccess) {
+    if ((*camera->device)->GetDeviceReleaseNumber(camera->device, &camera->release_number) != kIOReturnSuccess) {
         std::fprintf(stderr, "error: unable to read camera's device release number\n");
         return TOVIX_EFAIL;
     }
@@ -86,13 +82,11 @@ std::int32_t usb_get_device_release_number(_tovix* camera) {
 
 std::int32_t usb_get_device_model_name(_tovix* camera) {
     UInt8 index = 0;
-    if ((*camera->device)->USBGetProductStringIndex(camera->device, &index) != kIOReturnSuccess ||
-        index == 0) {
+    if ((*camera->device)->USBGetProductStringIndex(camera->device, &index) != kIOReturnSuccess || index == 0) {
         std::fprintf(stderr, "error: unable to get camera's model name\n");
         return TOVIX_EFAIL;
     }
-    if (usb_get_string_descriptor(camera, index, camera->model_name, sizeof camera->model_name, 0) !=
-        TOVIX_OK) {
+    if (usb_get_string_descriptor(camera, index, camera->model_name, sizeof camera->model_name, 0) != TOVIX_OK) {
         std::fprintf(stderr, "error: unable to read camera's model name\n");
         return TOVIX_EFAIL;
     }
@@ -102,8 +96,7 @@ std::int32_t usb_get_device_model_name(_tovix* camera) {
 
 std::int32_t usb_get_device_serial_number(_tovix* camera) {
     UInt8 index = 0;
-    if ((*camera->device)->USBGetSerialNumberStringIndex(camera->device, &index) != kIOReturnSuccess ||
-        index == 0) {
+    if ((*camera->device)->USBGetSerialNumberStringIndex(camera->device, &index) != kIOReturnSuccess || index == 0) {
         std::fprintf(stderr, "error: unable to get camera's serial number\n");
         return TOVIX_EFAIL;
     }

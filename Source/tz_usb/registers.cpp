@@ -15,8 +15,7 @@ static_assert(std::endian::native == std::endian::little, "words are read and wr
 /// Bytes of `count` words. A count that no transfer can carry gives a length that the transport refuses.
 std::uint32_t word_bytes(int count) {
     const std::int64_t bytes = std::int64_t{count} * 4;
-    return bytes < 0 || bytes > std::numeric_limits<std::uint32_t>::max() ? 0
-                                                                          : static_cast<std::uint32_t>(bytes);
+    return bytes < 0 || bytes > std::numeric_limits<std::uint32_t>::max() ? 0 : static_cast<std::uint32_t>(bytes);
 }
 
 std::uint16_t wire_address(std::uint32_t address) {
@@ -25,18 +24,15 @@ std::uint16_t wire_address(std::uint32_t address) {
 
 }  // namespace
 
-std::int32_t tz_usb_write_tovix_bytes(_tovix* camera, std::uint32_t address, const void* data,
-                                      std::uint32_t length) {
+std::int32_t tz_usb_write_tovix_bytes(_tovix* camera, std::uint32_t address, const void* data, std::uint32_t length) {
     return tz_usb_control_write(camera, data, length, kRegisterRequest, 0, wire_address(address));
 }
 
-std::int32_t tz_usb_read_tovix_bytes(_tovix* camera, std::uint32_t address, void* data,
-                                     std::uint32_t length) {
+std::int32_t tz_usb_read_tovix_bytes(_tovix* camera, std::uint32_t address, void* data, std::uint32_t length) {
     return tz_usb_control_read(camera, data, length, kRegisterRequest, 0, wire_address(address));
 }
 
-std::int32_t tz_usb_read_tovix_array(_tovix* camera, std::uint32_t address, std::uint32_t* values,
-                                     int count) {
+std::int32_t tz_usb_read_tovix_array(_tovix* camera, std::uint32_t address, std::uint32_t* values, int count) {
     if (refuse_null(camera)) return TOVIX_EFAIL;
     if (tz_usb_read_tovix_bytes(camera, address, values, word_bytes(count)) != 0) {
         std::fprintf(stderr, "error: unable to read register from camera\n");
@@ -45,8 +41,7 @@ std::int32_t tz_usb_read_tovix_array(_tovix* camera, std::uint32_t address, std:
     return TOVIX_OK;
 }
 
-std::int32_t tz_usb_write_tovix_array(_tovix* camera, std::uint32_t address, const std::uint32_t* values,
-                                      int count) {
+std::int32_t tz_usb_write_tovix_array(_tovix* camera, std::uint32_t address, const std::uint32_t* values, int count) {
     if (refuse_null(camera)) return TOVIX_EFAIL;
     if (tz_usb_write_tovix_bytes(camera, address, values, word_bytes(count)) != 0) {
         std::fprintf(stderr, "error: unable to write register to camera\n");

@@ -34,8 +34,7 @@ std::int32_t usb_find_devices(mach_port_t port, std::uint16_t vendor_id, std::ui
         std::fprintf(stderr, "Can't create a USB matchingUnenumeratedDict dictionary\n");
         return TOVIX_EFAIL;
     }
-    if (const IOReturn status = IOServiceGetMatchingServices(port, matching, iterator);
-        status != kIOReturnSuccess) {
+    if (const IOReturn status = IOServiceGetMatchingServices(port, matching, iterator); status != kIOReturnSuccess) {
         std::fprintf(stderr, "error: unable to find matching services: err=%08X\n", unsigned(status));
         return TOVIX_ESEARCH;
     }

@@ -37,18 +37,17 @@ using DeviceRoutine = void (*)(Context* context, io_iterator_t iterator);
 constexpr std::uint16_t kWithoutFirmware = 255;
 
 /// Find the devices of a vendor. 0 with an iterator; -1 or -3 after a report.
-[[nodiscard]] std::int32_t usb_find_devices(mach_port_t port, std::uint16_t vendor_id,
-                                            std::uint16_t product_id, io_iterator_t* iterator);
+[[nodiscard]] std::int32_t usb_find_devices(mach_port_t port, std::uint16_t vendor_id, std::uint16_t product_id,
+                                            io_iterator_t* iterator);
 
 /// Hand the matching devices to `routine`, once. 0 when it ran; -1 when no matching dictionary could be made;
 /// -3 when the search failed.
 template <class Context>
 [[nodiscard]] std::int32_t usb_init_cameras_by_vid_and_pid(mach_port_t port, std::uint16_t vendor_id,
-                                                           std::uint16_t product_id,
-                                                           DeviceRoutine<Context> routine, Context* context) {
+                                                           std::uint16_t product_id, DeviceRoutine<Context> routine,
+                                                           Context* context) {
     io_iterator_t found = 0;
-    if (const std::int32_t result = usb_find_devices(port, vendor_id, product_id, &found); result < 0)
-        return result;
+    if (const std::int32_t result = usb_find_devices(port, vendor_id, product_id, &found); result < 0) return result;
     const OwnedEntry iterator(found);
     routine(context, iterator.get());
     return TOVIX_OK;

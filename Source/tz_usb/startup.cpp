@@ -11,14 +11,12 @@ namespace {
 
 constexpr UInt32 kReenumerationPauseUs = 2'500'000;
 
-[[nodiscard]] std::int32_t usb_init_camera_firmware(mach_port_t port, std::uint16_t vendor_id,
-                                                    std::uint32_t* counter) {
-    return usb_init_cameras_by_vid_and_pid<std::uint32_t>(port, vendor_id, kWithoutFirmware,
-                                                          usb_load_firmware, counter);
+[[nodiscard]] std::int32_t usb_init_camera_firmware(mach_port_t port, std::uint16_t vendor_id, std::uint32_t* counter) {
+    return usb_init_cameras_by_vid_and_pid<std::uint32_t>(port, vendor_id, kWithoutFirmware, usb_load_firmware,
+                                                          counter);
 }
 
-[[nodiscard]] std::int32_t usb_init_camera_fpga(mach_port_t port, std::uint16_t vendor_id,
-                                                std::uint16_t product_id) {
+[[nodiscard]] std::int32_t usb_init_camera_fpga(mach_port_t port, std::uint16_t vendor_id, std::uint16_t product_id) {
     return usb_init_cameras_by_vid_and_pid<void>(port, vendor_id, product_id, usb_load_fpga, nullptr);
 }
 

@@ -28,14 +28,12 @@ void free_buffers(StreamState& stream) {
     return true;
 }
 
-/// Create the acquisition thread with every signal blocked, so that the application's handlers run on its own
-/// threads.
+/// Create the acquisition thread with every signal blocked, so that the application's handlers run on its own threads.
 [[nodiscard]] int create_thread(_tovix* camera) {
     sigset_t all, before;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &before);
-    const int error =
-        pthread_create(&camera->stream.stream_thread, nullptr, usb_stream_thread_callback, camera);
+    const int error = pthread_create(&camera->stream.stream_thread, nullptr, usb_stream_thread_callback, camera);
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     return error;
 }
@@ -120,8 +118,7 @@ std::int32_t tovix_start_streaming(_tovix* camera) {
         std::fprintf(stderr, "error: streaming is not enabled\n");
         return TOVIX_EINVAL;
     }
-    if (thread_state(stream) == StreamThread::kEnded)
-        join_thread(stream);  // of a stream that ended by itself
+    if (thread_state(stream) == StreamThread::kEnded) join_thread(stream);  // of a stream that ended by itself
     {
         const StreamLock lock(stream.stream_mutex);
         stream.thread_state = StreamThread::kStarting;

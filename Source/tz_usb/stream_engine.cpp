@@ -50,8 +50,8 @@ void lose_camera(_tovix* camera) TZ_REQUIRES(camera->stream.stream_mutex) {
     CFRunLoopStop(camera->stream.stream_run_loop);
 }
 
-/// A read was refused or failed. Says when to try again: after retry_pause_us on the acquisition thread, or
-/// at once when that is 0.
+/// A read was refused or failed. Says when to try again: after retry_pause_us on the acquisition thread, or at once
+/// when that is 0.
 void note_failure(_tovix* camera, IOReturn status) TZ_REQUIRES(camera->stream.stream_mutex) {
     if (status == kIOReturnNoDevice || camera->stream.failing_us >= kGiveUpAfterUs) {
         lose_camera(camera);
@@ -67,16 +67,14 @@ void note_failure(_tovix* camera, IOReturn status) TZ_REQUIRES(camera->stream.st
 }
 
 /// Issue the read of one frame into buffer `index`.
-std::int32_t usb_stream_schedule_read(_tovix* camera, std::int32_t index)
-    TZ_REQUIRES(camera->stream.stream_mutex);
+std::int32_t usb_stream_schedule_read(_tovix* camera, std::int32_t index) TZ_REQUIRES(camera->stream.stream_mutex);
 
 /// Choose the buffer for the next read, the free one with the oldest frame, and issue the read.
 std::int32_t usb_stream_buffer_read_next(_tovix* camera) TZ_REQUIRES(camera->stream.stream_mutex) {
     std::int32_t oldest = -1;
     for (std::int32_t i = 0; i < kStreamBuffers; ++i) {
         if (camera->stream.buffers[i].hold_count != 0) continue;
-        if (oldest < 0 || camera->stream.buffers[i].sequence < camera->stream.buffers[oldest].sequence)
-            oldest = i;
+        if (oldest < 0 || camera->stream.buffers[i].sequence < camera->stream.buffers[oldest].sequence) oldest = i;
     }
     if (oldest < 0) {
         std::fprintf(stderr, "all buffers are in use - unable to stream data\n");
@@ -85,8 +83,7 @@ std::int32_t usb_stream_buffer_read_next(_tovix* camera) TZ_REQUIRES(camera->str
     return usb_stream_schedule_read(camera, oldest);
 }
 
-/// Read into the next buffer. When that is refused no buffer stays marked, so that a retry may choose
-/// another.
+/// Read into the next buffer. When that is refused no buffer stays marked, so that a retry may choose another.
 void read_next(_tovix* camera) TZ_REQUIRES(camera->stream.stream_mutex) {
     const std::int32_t result = usb_stream_buffer_read_next(camera);
     if (result == TOVIX_OK) return;
@@ -154,10 +151,9 @@ std::int32_t usb_stream_schedule_read(_tovix* camera, std::int32_t index) {
     }
     camera->stream.reading_index = index;
     stream_buffer& buffer = camera->stream.buffers[index];
-    const IOReturn status =
-        (*camera->interface)
-            ->ReadPipeAsync(camera->interface, kVideoPipe, buffer.data, camera->stream.frame_size,
-                            usb_stream_buffer_ready_callback, camera);
+    const IOReturn status = (*camera->interface)
+                                ->ReadPipeAsync(camera->interface, kVideoPipe, buffer.data, camera->stream.frame_size,
+                                                usb_stream_buffer_ready_callback, camera);
     if (status != kIOReturnSuccess) {
         std::fprintf(stderr, "error: unable to configure async read\n");
         return status;
@@ -175,19 +171,16 @@ bool retry_waits(_tovix* camera) TZ_REQUIRES(camera->stream.stream_mutex) {
            !camera->stream.drain_aborted;
 }
 
-/// Switch the video on and issue the first read. The event source, or null when the stream could not be
-/// started.
+/// Switch the video on and issue the first read. The event source, or null when the stream could not be started.
 CFRunLoopSourceRef start_reading(_tovix* camera) TZ_REQUIRES(camera->stream.stream_mutex) {
     CFRunLoopSourceRef created = nullptr;
     const CFRunLoopRef run_loop = CFRunLoopGetCurrent();
     if (run_loop == nullptr ||
-        (*camera->interface)->CreateInterfaceAsyncEventSource(camera->interface, &created) !=
-            kIOReturnSuccess) {
+        (*camera->interface)->CreateInterfaceAsyncEventSource(camera->interface, &created) != kIOReturnSuccess) {
         std::fprintf(stderr, "error: unable to create async event source\n");
         return nullptr;
     }
-    if (switch_video(camera, kVideoOff) != TOVIX_OK)
-        std::fprintf(stderr, "error: unable to send stop video command\n");
+    if (switch_video(camera, kVideoOff) != TOVIX_OK) std::fprintf(stderr, "error: unable to send stop video command\n");
     clear_video_pipe(camera);
     IOSleepMicroseconds(kBeforeVideoOnUs);
     if (switch_video(camera, kVideoOn) != TOVIX_OK) {
@@ -221,12 +214,11 @@ void run_stream(_tovix* camera) {
     }
 }
 
-/// Wait for the read that is out. Its frame is kept like any other. A camera that stays silent for 10 s has
-/// its read cancelled.
+/// Wait for the read that is out. Its frame is kept like any other. A camera that stays silent for 10 s has its read
+/// cancelled.
 void drain(_tovix* camera) TZ_REQUIRES(camera->stream.stream_mutex) {
     int silent_slices = 0;
-    while (camera->stream.reads_in_flight != 0 ||
-           (retry_waits(camera) && camera->stream.reading_index >= 0)) {
+    while (camera->stream.reads_in_flight != 0 || (retry_waits(camera) && camera->stream.reading_index >= 0)) {
         const double seconds =
             camera->stream.reads_in_flight != 0 ? kDrainSliceSeconds : camera->stream.retry_pause_us / 1e6;
         camera->stream.stream_mutex.unlock();
@@ -257,8 +249,7 @@ bool usb_stream_stopping(_tovix* camera) {
 
 void usb_stream_resume_reading(_tovix* camera) {
     const bool idle = camera->stream.reads_in_flight == 0 && camera->stream.reading_index == -1;
-    if (camera->stream.stream_running && !camera->stream.stream_stopping && !camera->stream.camera_lost &&
-        idle)
+    if (camera->stream.stream_running && !camera->stream.stream_stopping && !camera->stream.camera_lost && idle)
         read_next(camera);
 }
 
@@ -279,8 +270,7 @@ void* usb_stream_thread_callback(void* handle) {
     camera->stream.stream_mutex.lock();
     drain(camera);
     if (camera->stream.camera_lost) {
-        // A camera in trouble may take seconds to answer; nobody who waits for a frame is kept waiting for
-        // that.
+        // A camera in trouble may take seconds to answer; nobody who waits for a frame is kept waiting for that.
         camera->stream.stream_running.set(false);
         camera->stream.stream_mutex.unlock();
         switch_video_off(camera);

@@ -33,8 +33,7 @@ class StreamFlag {
     std::uint8_t value_;
 };
 
-/// A pthread mutex that clang's thread-safety analysis knows to be one. Set up by enable, destroyed by
-/// disable.
+/// A pthread mutex that clang's thread-safety analysis knows to be one. Set up by enable, destroyed by disable.
 struct TZ_CAPABILITY("mutex") StreamMutex {
     void lock() TZ_ACQUIRE() { pthread_mutex_lock(&native); }
     void unlock() TZ_RELEASE() { pthread_mutex_unlock(&native); }
@@ -59,8 +58,8 @@ struct stream_buffer {
     std::uint32_t sequence;       // of the frame in it; 0 while a read fills it, or before its first
 };
 
-/// Where the acquisition thread is. Kept beside the flags, which alone cannot tell a thread that gave up from
-/// one that has not come so far.
+/// Where the acquisition thread is. Kept beside the flags, which alone cannot tell a thread that gave up from one that
+/// has not come so far.
 enum class StreamThread : std::uint8_t {
     kNone,      // no thread, or joined
     kStarting,  // created, has not reported yet
@@ -70,14 +69,13 @@ enum class StreamThread : std::uint8_t {
 };
 
 struct StreamState {
-    StreamFlag stream_running;   // the thread has switched the video on and reads frames
-    StreamFlag stream_stopping;  // a stop has been requested and not yet carried out
+    StreamFlag stream_running;                                 // the thread has switched the video on and reads frames
+    StreamFlag stream_stopping;                                // a stop has been requested and not yet carried out
     std::uint8_t reads_in_flight TZ_GUARDED_BY(stream_mutex);  // issued and not yet completed
     pthread_t stream_thread;  // belongs to whoever starts and stops; meaningful unless thread_state is kNone
     StreamMutex stream_mutex;
-    pthread_cond_t stream_cond;  // the stream has started or ended, a frame has come, a waiter has left
-    stream_buffer
-        buffers[kStreamBuffers];  // `data` changes only in enable and disable; the rest under stream_mutex
+    pthread_cond_t stream_cond;             // the stream has started or ended, a frame has come, a waiter has left
+    stream_buffer buffers[kStreamBuffers];  // `data` changes only in enable and disable; the rest under stream_mutex
     std::int32_t reading_index TZ_GUARDED_BY(stream_mutex);       // buffer that the read fills; -1 when none
     std::uint32_t frame_sequence TZ_GUARDED_BY(stream_mutex);     // newest complete frame; 0 before the first
     std::uint32_t acquired_sequence TZ_GUARDED_BY(stream_mutex);  // last frame handed to the application
@@ -85,13 +83,12 @@ struct StreamState {
     CFRunLoopRef stream_run_loop TZ_GUARDED_BY(stream_mutex);     // the thread's, while it streams
 
     StreamThread thread_state TZ_GUARDED_BY(stream_mutex);
-    bool camera_lost TZ_GUARDED_BY(stream_mutex);  // no read will succeed any more: the stream is at its end
-    bool drain_aborted
-        TZ_GUARDED_BY(stream_mutex);           // the last read was cancelled by us: do not issue it again
-    bool failing TZ_GUARDED_BY(stream_mutex);  // the last try to read failed or was refused
+    bool camera_lost TZ_GUARDED_BY(stream_mutex);    // no read will succeed any more: the stream is at its end
+    bool drain_aborted TZ_GUARDED_BY(stream_mutex);  // the last read was cancelled by us: do not issue it again
+    bool failing TZ_GUARDED_BY(stream_mutex);        // the last try to read failed or was refused
     std::uint32_t retry_pause_us TZ_GUARDED_BY(stream_mutex);  // until the next try
-    std::uint32_t failing_us TZ_GUARDED_BY(stream_mutex);  // pauses added up since the last complete frame
-    std::uint32_t waiters TZ_GUARDED_BY(stream_mutex);     // threads inside the wait call
+    std::uint32_t failing_us TZ_GUARDED_BY(stream_mutex);      // pauses added up since the last complete frame
+    std::uint32_t waiters TZ_GUARDED_BY(stream_mutex);         // threads inside the wait call
 
     /// The ring is allocated and the lock is set up. Changes only in enable and disable.
     bool enabled() const { return buffers[0].data != nullptr; }

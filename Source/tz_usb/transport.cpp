@@ -20,8 +20,8 @@ bool can_transfer(const _tovix* camera, const void* data, std::uint32_t length) 
     return camera != nullptr && camera->interface != nullptr && data != nullptr && length != 0;
 }
 
-/// Milliseconds without data until a bulk transfer fails: four times what the bytes take at 480 000 000 bytes
-/// a second, and not below 5 s.
+/// Milliseconds without data until a bulk transfer fails: four times what the bytes take at 480 000 000 bytes a second,
+/// and not below 5 s.
 std::uint32_t bulk_timeout_ms(std::uint32_t length) {
     const auto transfer_ms = static_cast<std::uint32_t>(length * 1000.0 / 1024.0 / 468750.0);
     return std::max(transfer_ms * 4, std::uint32_t{5000});
@@ -29,8 +29,7 @@ std::uint32_t bulk_timeout_ms(std::uint32_t length) {
 
 bool pipe_is_ready(_tovix* camera, std::uint8_t pipe) {
     const IOReturn status = (*camera->interface)->GetPipeStatus(camera->interface, pipe);
-    if (status != kIOReturnSuccess)
-        std::fprintf(stderr, "pipe is not ready: status=%02X\n", unsigned(status));
+    if (status != kIOReturnSuccess) std::fprintf(stderr, "pipe is not ready: status=%02X\n", unsigned(status));
     return status == kIOReturnSuccess;
 }
 
@@ -48,8 +47,8 @@ void recover_bulk_pipe(_tovix* camera, std::uint8_t pipe, IOReturn status) {
 
 }  // namespace
 
-std::int32_t tz_usb_control_write(_tovix* camera, const void* data, std::uint32_t length,
-                                  std::uint8_t request, std::uint16_t value, std::uint16_t index) {
+std::int32_t tz_usb_control_write(_tovix* camera, const void* data, std::uint32_t length, std::uint8_t request,
+                                  std::uint16_t value, std::uint16_t index) {
     if (!can_transfer(camera, data, length) || length > kMaxControlBytes) return TOVIX_EFAIL;
     IOUSBDevRequestTO transfer{
         .bmRequestType = kVendorWrite,

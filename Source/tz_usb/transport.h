@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The only layer that moves bytes to and from an opened camera: identity queries here, transfers in
-// tovixapi.h.
+// The only layer that moves bytes to and from an opened camera: identity queries here, transfers in tovixapi.h.
 #pragma once
 
 #include "handle.h"

@@ -21,8 +21,7 @@ static_assert(sizeof(MatrixEntry) == 20);
 /// Up to the first entry that is refused. False when memory ran out.
 [[nodiscard]] bool specify_matrices(CVorm& vorm, const void* entries, std::uint32_t bytes) {
     const auto* at = static_cast<const std::uint8_t*>(entries);
-    for (; bytes >= sizeof(MatrixEntry);
-         at += sizeof(MatrixEntry), bytes -= std::uint32_t{sizeof(MatrixEntry)}) {
+    for (; bytes >= sizeof(MatrixEntry); at += sizeof(MatrixEntry), bytes -= std::uint32_t{sizeof(MatrixEntry)}) {
         MatrixEntry entry;
         std::memcpy(&entry, at, sizeof entry);
         const int result = vorm.SpecifyMatrix(static_cast<unsigned>(entry.matrix_id), entry.coefficients);
@@ -56,8 +55,7 @@ std::int32_t tz_usb_create_vorm(_tovix* camera) {
 }
 
 std::int32_t tovix_convert_frame_to_rgb(_tovix* camera, std::uint8_t* dst, const std::uint8_t* src,
-                                        const tovix_image_format* image_format,
-                                        const tovix_conversion_params* params) {
+                                        const tovix_image_format* image_format, const tovix_conversion_params* params) {
     if (refuse_null(camera)) return TOVIX_EFAIL;
     if (!camera->stream.stream_running || camera->stream.stream_stopping) {
         std::fprintf(stderr,

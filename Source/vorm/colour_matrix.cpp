@@ -111,8 +111,7 @@ void ConvertMatrixShortToDouble3x4(CMatrix* matrix, short* weights) {
 }
 
 int CVorm::SpecifyMatrix(unsigned int matrix_id, short* coefficients) {
-    if (matrix_id == 0 || matrix_id >= std::size(model_matrices) || coefficients == nullptr)
-        return TOVIX_EINVAL;
+    if (matrix_id == 0 || matrix_id >= std::size(model_matrices) || coefficients == nullptr) return TOVIX_EINVAL;
     short*& stored = model_matrices[matrix_id];
     settings.matrix_stale = 1;
     delete[] stored;

@@ -4,8 +4,8 @@
 //   weights of --base--> RGB --T--> YUV --hue--> turned --white balance, gain, saturation--> YUV --T
 //   inverse--> RGB the raw channels
 //
-// Each step multiplies from the left. Weights are truncated to 4096ths in the end, so the order of the
-// products is part of the result.
+// Each step multiplies from the left. Weights are truncated to 4096ths in the end, so the order of the products is part
+// of the result.
 #pragma once
 
 #include <array>
@@ -44,8 +44,7 @@ CMatrix to_adjusted_rgb(const CMatrix& turned_yuv, const Adjustment& adjustment)
 /// The product with a colour; a fourth column has no part in it.
 Colour transformed(const CMatrix& matrix, const Colour& colour);
 
-/// Rebuild the object's matrix after a change that it depends on. 0; TOVIX_ENOMEM, and the matrix stays
-/// stale.
+/// Rebuild the object's matrix after a change that it depends on. 0; TOVIX_ENOMEM, and the matrix stays stale.
 int update_matrix(CVorm& vorm);
 
 /// What `body` returns, or TOVIX_ENOMEM when memory ran out in it.

@@ -25,33 +25,26 @@ unsigned pixel_bits(unsigned bits, bool mono) {
     return known ? bits : 24;
 }
 
-/// Kernels work on the 2 x 2 cells of the mosaic. No byte of an image that passes is further than a pointer
-/// reaches.
+/// Kernels work on the 2 x 2 cells of the mosaic. No byte of an image that passes is further than a pointer reaches.
 bool has_cells(const _vorm_format& format) {
     constexpr std::uint64_t kMaxSide = std::numeric_limits<unsigned>::max();
     constexpr std::uint64_t kMaxPixels = std::numeric_limits<std::ptrdiff_t>::max() / kMaxPixelBytes;
     return format.width >= 2 && format.height >= 2 && format.width % 2 == 0 && format.height % 2 == 0 &&
-           format.width <= kMaxSide && format.height <= kMaxSide &&
-           format.width <= kMaxPixels / format.height;
+           format.width <= kMaxSide && format.height <= kMaxSide && format.width <= kMaxPixels / format.height;
 }
 
 /// Rows one by one where the kernel has padded them, and in one go elsewhere.
-void apply_matrix(short const* matrix, unsigned char* image, unsigned bits, unsigned row_alignment,
-                  std::uint64_t width, std::uint64_t height) {
+void apply_matrix(short const* matrix, unsigned char* image, unsigned bits, unsigned row_alignment, std::uint64_t width,
+                  std::uint64_t height) {
     const std::uint64_t row_bytes = width * (bits / 8);
     const std::uint64_t stride = (row_bytes + row_alignment - 1) / row_alignment * row_alignment;
     const bool gaps = stride != row_bytes;
     const std::uint64_t spans = gaps ? height : 1, pixels = gaps ? width : width * height;
     for (std::uint64_t span = 0; span < spans; ++span, image += stride) {
         switch (bits) {
-            case 48:
-                MatrixPostProcess16_4096(matrix, reinterpret_cast<unsigned short*>(image), pixels);
-                break;
-            case 32:
-                MatrixPostProcess4096to32(matrix, image, pixels);
-                break;
-            default:
-                MatrixPostProcess4096(matrix, image, pixels);
+            case 48: MatrixPostProcess16_4096(matrix, reinterpret_cast<unsigned short*>(image), pixels); break;
+            case 32: MatrixPostProcess4096to32(matrix, image, pixels); break;
+            default: MatrixPostProcess4096(matrix, image, pixels);
         }
     }
 }

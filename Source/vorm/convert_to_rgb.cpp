@@ -69,15 +69,15 @@ std::uint32_t size_of_record(void const* record) {
         return TOVIX_OK;
     }
     const int converted = vorm.ConvertDigitalGainsColorToWBGainY(
-        settings.saturation_u, settings.saturation_v, params.gain_or_red, params.wb_u_or_green,
-        params.wb_v_or_blue, &settings.white_balance_u, &settings.white_balance_v, &settings.gain);
+        settings.saturation_u, settings.saturation_v, params.gain_or_red, params.wb_u_or_green, params.wb_v_or_blue,
+        &settings.white_balance_u, &settings.white_balance_v, &settings.gain);
     return converted == 1 ? TOVIX_OK : kCannotConvert;
 }
 
 }  // namespace
 
-int CVorm::ConvertToRgb(unsigned char* dst, unsigned char const* src, unsigned int bits,
-                        void const* image_format, void const* params) {
+int CVorm::ConvertToRgb(unsigned char* dst, unsigned char const* src, unsigned int bits, void const* image_format,
+                        void const* params) {
     _vorm_format frame_format = format;
     _vorm_settings frame_settings = settings;
     frame_settings.matrix = frame_settings.matrix_storage;

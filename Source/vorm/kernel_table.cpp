@@ -37,25 +37,23 @@ void run(const KernelCall& c) {
 }
 template <void (*kKernel)(Byte*, Word const*, Size, Size, int, int, int, int, Word const*)>
 void run(const KernelCall& c) {
-    kKernel(c.image, words(c.frame), c.width, c.height, c.flip_x, c.top_down, c.interlaced, c.msb_first,
-            c.table16);
+    kKernel(c.image, words(c.frame), c.width, c.height, c.flip_x, c.top_down, c.interlaced, c.msb_first, c.table16);
 }
 template <void (*kKernel)(Word*, Word const*, Size, Size, int, int, int, int, Word const*)>
 void run(const KernelCall& c) {
-    kKernel(words(c.image), words(c.frame), c.width, c.height, c.flip_x, c.top_down, c.interlaced,
-            c.msb_first, c.table16);
+    kKernel(words(c.image), words(c.frame), c.width, c.height, c.flip_x, c.top_down, c.interlaced, c.msb_first,
+            c.table16);
 }
 
 // Colour: the phase of the mosaic before all these.
 template <void (*kKernel)(Byte*, Byte const*, Size, Size, int, int, int, int, Byte const*)>
 void run(const KernelCall& c) {
-    kKernel(c.image, c.frame, c.width, c.height, c.red_row_first, c.green_first, c.flip_x, c.top_down,
-            c.table8);
+    kKernel(c.image, c.frame, c.width, c.height, c.red_row_first, c.green_first, c.flip_x, c.top_down, c.table8);
 }
 template <void (*kKernel)(Byte*, Byte const*, Size, Size, int, int, int, int, int, Byte const*)>
 void run(const KernelCall& c) {
-    kKernel(c.image, c.frame, c.width, c.height, c.red_row_first, c.green_first, c.flip_x, c.top_down,
-            c.interlaced, c.table8);
+    kKernel(c.image, c.frame, c.width, c.height, c.red_row_first, c.green_first, c.flip_x, c.top_down, c.interlaced,
+            c.table8);
 }
 template <void (*kKernel)(Byte*, Word const*, Size, Size, int, int, int, int, int, Word const*)>
 void run(const KernelCall& c) {
@@ -69,8 +67,8 @@ void run(const KernelCall& c) {
 }
 template <void (*kKernel)(Word*, Word const*, Size, Size, int, int, int, int, int, int, Word const*)>
 void run(const KernelCall& c) {
-    kKernel(words(c.image), words(c.frame), c.width, c.height, c.red_row_first, c.green_first, c.flip_x,
-            c.top_down, c.interlaced, c.msb_first, c.table16);
+    kKernel(words(c.image), words(c.frame), c.width, c.height, c.red_row_first, c.green_first, c.flip_x, c.top_down,
+            c.interlaced, c.msb_first, c.table16);
 }
 
 // ---------------------------------------------------------------------------------------------------------

@@ -19,11 +19,11 @@ struct KernelCall {
 
 struct Kernel {
     void (*run)(const KernelCall& call) = nullptr;  // null: there is none
-    unsigned row_alignment = 1;  // rows of the image are padded to a multiple of so many bytes
+    unsigned row_alignment = 1;                     // rows of the image are padded to a multiple of so many bytes
 };
 
-/// Methods for frames with a colour filter; monochrome frames take those of TOVIX_DEMOSAIC_NONE, which alone
-/// makes 8-bit images.
+/// Methods for frames with a colour filter; monochrome frames take those of TOVIX_DEMOSAIC_NONE, which alone makes
+/// 8-bit images.
 /// @param sample_bits  8 or 16
 /// @param pixel_bits   8, 24, 32 or 48
 Kernel find_kernel(unsigned method, unsigned sample_bits, unsigned pixel_bits, bool interlaced);

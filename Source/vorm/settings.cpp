@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a conversion object is made of, and its plain settings. Tables and white balance have files of their
-// own.
+// What a conversion object is made of, and its plain settings. Tables and white balance have files of their own.
 #include <algorithm>
 #include <iterator>
 
@@ -101,8 +100,8 @@ int CVorm::GetCustomMatrix(short* out) {
 int CVorm::CustomCorrectionMatrixSetup(short* in) {
     if (in == nullptr) return TOVIX_EINVAL;
     std::copy_n(in, std::size(settings.custom_matrix), settings.custom_matrix);
-    const bool in_use = settings.correction_matrix == TOVIX_MATRIX_CUSTOM ||
-                        settings.correction_matrix == TOVIX_MATRIX_CUSTOM_ONLY;
+    const bool in_use =
+        settings.correction_matrix == TOVIX_MATRIX_CUSTOM || settings.correction_matrix == TOVIX_MATRIX_CUSTOM_ONLY;
     return in_use ? update_matrix(*this) : TOVIX_OK;
 }
 
@@ -125,7 +124,6 @@ int CVorm::CorrectionMatrixGet(unsigned int* selector) {
 int CVorm::CorrectionMatrixSet(unsigned int selector) {
     if (!ValidateCorrectionMatrix(selector)) return 0;
     settings.correction_matrix = selector;
-    static_cast<void>(
-        update_matrix(*this));  // 1 says that the selector is set; a stale matrix is built when asked for
+    static_cast<void>(update_matrix(*this));  // 1 says that the selector is set; a stale matrix is built when asked for
     return 1;
 }

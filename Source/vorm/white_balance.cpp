@@ -16,8 +16,8 @@ constexpr double kLeastSaturation = 0.05;  // chroma is divided by it
 
 }  // namespace
 
-int CVorm::ConvertDigitalGainsColorToWBGainY(double sat_u, double sat_v, double red, double green,
-                                             double blue, double* wb_u, double* wb_v, double* gain_y) {
+int CVorm::ConvertDigitalGainsColorToWBGainY(double sat_u, double sat_v, double red, double green, double blue,
+                                             double* wb_u, double* wb_v, double* gain_y) {
     if (!(sat_u > kLeastSaturation && sat_v > kLeastSaturation)) return 0;
     const auto [y, u, v] = transformed(rgb_to_yuv(), {red, green, blue});
     if (wb_u != nullptr) *wb_u = 2 * u / sat_u;
@@ -28,8 +28,7 @@ int CVorm::ConvertDigitalGainsColorToWBGainY(double sat_u, double sat_v, double 
 
 int CVorm::SetDigitalColorGains(double red, double green, double blue) {
     if (ConvertDigitalGainsColorToWBGainY(settings.saturation_u, settings.saturation_v, red, green, blue,
-                                          &settings.white_balance_u, &settings.white_balance_v,
-                                          &settings.gain) != 1) {
+                                          &settings.white_balance_u, &settings.white_balance_v, &settings.gain) != 1) {
         return TOVIX_EMODEL;
     }
     return update_matrix(*this);
@@ -38,9 +37,8 @@ int CVorm::SetDigitalColorGains(double red, double green, double blue) {
 int CVorm::GetDigitalColorGains(double* red, double* green, double* blue) {
     return unless_memory_runs_out([&] {
         const Adjustment adjustment = adjustment_of(settings);
-        const Colour gains =
-            transformed(yuv_to_rgb() * stretch(adjustment),
-                        {1.0, adjustment.white_balance_u / 2.0, adjustment.white_balance_v / 2.0});
+        const Colour gains = transformed(yuv_to_rgb() * stretch(adjustment),
+                                         {1.0, adjustment.white_balance_u / 2.0, adjustment.white_balance_v / 2.0});
         if (red != nullptr) *red = gains[0];
         if (green != nullptr) *green = gains[1];
         if (blue != nullptr) *blue = gains[2];
@@ -49,8 +47,7 @@ int CVorm::GetDigitalColorGains(double* red, double* green, double* blue) {
 }
 
 int CVorm::AdjustWhiteBalanceForRGBvalues(double red, double green, double blue) {
-    if (settings.correction_matrix == TOVIX_MATRIX_NONE ||
-        settings.correction_matrix == TOVIX_MATRIX_CUSTOM_ONLY)
+    if (settings.correction_matrix == TOVIX_MATRIX_NONE || settings.correction_matrix == TOVIX_MATRIX_CUSTOM_ONLY)
         return TOVIX_EINVAL;
     return unless_memory_runs_out([&]() -> int {
         const CMatrix turned_yuv = to_turned_yuv(base_matrix(*this, settings), settings.hue);
@@ -62,8 +59,7 @@ int CVorm::AdjustWhiteBalanceForRGBvalues(double red, double green, double blue)
         if (!std::isfinite(adjustment.white_balance_u) || !std::isfinite(adjustment.white_balance_v))
             return TOVIX_EINVAL;
 
-        // No channel of a white input shall end below full scale, unless the gain is far off for another
-        // reason.
+        // No channel of a white input shall end below full scale, unless the gain is far off for another reason.
         const Colour white = transformed(to_adjusted_rgb(turned_yuv, adjustment), {1.0, 1.0, 1.0});
         const double least = *std::min_element(white.begin(), white.end());
         if (least > 0.4 && least < 1.0) settings.gain *= 1.0 / least;

@@ -81,7 +81,6 @@ void MakeLut16(unsigned short* out, _lut8_struct const* in, unsigned int size, i
     }
     const Curve curve(*in, 65535.0);
     for (unsigned level = 0; level < 65536; ++level) {
-        out[index_of(level, natural_order != 0)] =
-            static_cast<unsigned short>(curve(static_cast<int>(level)));
+        out[index_of(level, natural_order != 0)] = static_cast<unsigned short>(curve(static_cast<int>(level)));
     }
 }

@@ -8,10 +8,8 @@ bool ValidateDemosaicingMethod(unsigned int method) {
         case TOVIX_DEMOSAIC_NEAREST:
         case TOVIX_DEMOSAIC_EDGE:
         case TOVIX_DEMOSAIC_QUELT:
-        case TOVIX_DEMOSAIC_FOUR_COLOUR:
-            return true;
-        default:
-            return false;
+        case TOVIX_DEMOSAIC_FOUR_COLOUR: return true;
+        default: return false;
     }
 }
 

@@ -47,8 +47,7 @@ class EchoDevice : public mocked_kernel::UsbDeviceModel {
             const Bytes configuration{9, 2, 41,          0, 1, value, 0,    0x80, 50,  // one interface
                                       9, 4, kInterface,  0, 0, 0xFF,  0xFF, 0xFF, 0,   // setting 0: no pipes
                                       9, 4, kInterface,  1, 2, 0xFF,  0xFF, 0xFF, 0,   // setting 1: two
-                                      7, 5, kInEndpoint, 2, 0, 2,     0,    7,    5,  kOutEndpoint,
-                                      2, 0, 2,           0};
+                                      7, 5, kInEndpoint, 2, 0, 2,     0,    7,    5,  kOutEndpoint, 2, 0, 2, 0};
             all.insert(all.end(), configuration.begin(), configuration.end());
         }
         return all;
@@ -89,8 +88,7 @@ class EchoDevice : public mocked_kernel::UsbDeviceModel {
         halted_ = false;
     }
 
-    /// Put bytes into the pipe towards the host, whole or, with `end` false, as the beginning of a longer
-    /// answer.
+    /// Put bytes into the pipe towards the host, whole or, with `end` false, as the beginning of a longer answer.
     void send(const Bytes& bytes, bool end = true) {
         const std::lock_guard lock(mutex_);
         stored_.insert(stored_.end(), bytes.begin(), bytes.end());
@@ -116,8 +114,7 @@ class EchoDevice : public mocked_kernel::UsbDeviceModel {
                 read.complete(Outcome::kStall);
             } else {
                 std::size_t size = std::min(stored_.size(), read.size());
-                if (size == read.size())
-                    size = std::min(stored_.size(), (size + 511) / 512 * 512);  // whole packets
+                if (size == read.size()) size = std::min(stored_.size(), (size + 511) / 512 * 512);  // whole packets
                 read.deliver(Bytes(stored_.begin(), stored_.begin() + static_cast<std::ptrdiff_t>(size)));
                 stored_.erase(stored_.begin(), stored_.begin() + static_cast<std::ptrdiff_t>(size));
                 if (size < read.size() && !ends_) return;
@@ -188,8 +185,7 @@ class LibusbBackendTest : public testing::Test {
         EXPECT_EQ(found[0]->set_alternate(kInterface, 1), 0);
         return found[0];
     }
-    static IOReturn request(HostDevice& device, UInt8 type, UInt8 code, Bytes& data, UInt32& done,
-                            UInt16 length) {
+    static IOReturn request(HostDevice& device, UInt8 type, UInt8 code, Bytes& data, UInt32& done, UInt16 length) {
         IOUSBDevRequestTO request{.bmRequestType = type,
                                   .bRequest = code,
                                   .wValue = 0,
@@ -274,8 +270,7 @@ TEST_F(LibusbBackendTest, DriversOfTheHostMakeWayForANewConfiguration) {
     std::vector<UInt8> numbers;
     EXPECT_EQ(device->interfaces(numbers), 0);
     EXPECT_EQ(numbers, std::vector<UInt8>{kInterface});
-    EXPECT_EQ(device->pipe_status(kInterface, kIn), kIOReturnNotOpen)
-        << "interfaces of the old configuration are gone";
+    EXPECT_EQ(device->pipe_status(kInterface, kIn), kIOReturnNotOpen) << "interfaces of the old configuration are gone";
     EXPECT_EQ(device->claim(kInterface), 0);
     EXPECT_EQ(device->pipe_status(kInterface, kIn), kIOUSBUnknownPipeErr) << "setting 0 has no pipes";
 }
@@ -308,10 +303,9 @@ TEST_F(LibusbBackendTest, BulkReadsEndWithShortPacketFullBufferOrTooMuch) {
         UInt32 sent, capacity, received;
         IOReturn status;
     };
-    for (const Case& each :
-         {Case{kLong, kLong, kLong, 0}, Case{1024, 1024, 1024, 0}, Case{700, 2000, 700, 0},
-          Case{262'144, 262'144, 262'144, 0}, Case{1, 1, 1, 0}, Case{262'200, 400'000, 262'200, 0},
-          Case{1024, 1000, 1000, kIOReturnOverrun}, Case{30, 7, 7, kIOReturnOverrun}}) {
+    for (const Case& each : {Case{kLong, kLong, kLong, 0}, Case{1024, 1024, 1024, 0}, Case{700, 2000, 700, 0},
+                             Case{262'144, 262'144, 262'144, 0}, Case{1, 1, 1, 0}, Case{262'200, 400'000, 262'200, 0},
+                             Case{1024, 1000, 1000, kIOReturnOverrun}, Case{30, 7, 7, kIOReturnOverrun}}) {
         SCOPED_TRACE(testing::Message() << each.sent << " bytes into " << each.capacity);
         const Bytes sent = counting(each.sent);
         EXPECT_EQ(device->write_pipe(kInterface, kOut, sent.data(), each.sent, kLongMs), 0);
@@ -320,8 +314,8 @@ TEST_F(LibusbBackendTest, BulkReadsEndWithShortPacketFullBufferOrTooMuch) {
         EXPECT_EQ(device->read_pipe(kInterface, kIn, received.data(), size, kLongMs), each.status);
         EXPECT_EQ(size, each.received);
         EXPECT_TRUE(std::equal(sent.begin(), sent.begin() + each.received, received.begin()));
-        EXPECT_TRUE(std::all_of(received.begin() + each.capacity, received.end(),
-                                [](int byte) { return byte == 0xA5; }));
+        EXPECT_TRUE(
+            std::all_of(received.begin() + each.capacity, received.end(), [](int byte) { return byte == 0xA5; }));
     }
 }
 
@@ -412,12 +406,11 @@ TEST_F(LibusbBackendTest, WhateverEndsAPipeEndsItsReadsFirst) {
         const char* name;
         void (*end)(HostDevice&);
     };
-    for (const Case& each :
-         {Case{"setting", [](HostDevice& on) { EXPECT_EQ(on.set_alternate(kInterface, 1), 0); }},
-          Case{"clear", [](HostDevice& on) { EXPECT_EQ(on.clear_stall(kInterface, kIn), 0); }},
-          Case{"release", [](HostDevice& on) { on.release(kInterface); }},
-          Case{"configuration", [](HostDevice& on) { EXPECT_EQ(on.set_configuration(2), 0); }},
-          Case{"close", [](HostDevice& on) { on.close(); }}}) {
+    for (const Case& each : {Case{"setting", [](HostDevice& on) { EXPECT_EQ(on.set_alternate(kInterface, 1), 0); }},
+                             Case{"clear", [](HostDevice& on) { EXPECT_EQ(on.clear_stall(kInterface, kIn), 0); }},
+                             Case{"release", [](HostDevice& on) { on.release(kInterface); }},
+                             Case{"configuration", [](HostDevice& on) { EXPECT_EQ(on.set_configuration(2), 0); }},
+                             Case{"close", [](HostDevice& on) { on.close(); }}}) {
         SCOPED_TRACE(each.name);
         plug(1);
         const auto device = opened();

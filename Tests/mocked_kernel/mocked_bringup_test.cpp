@@ -101,8 +101,7 @@ void take_frames(_tovix* camera, int count) {
         ASSERT_GE(index, 0) << "frame " << i;
         const std::uint8_t* const frame = tovix_get_buffer_address(camera, index);
         std::uint32_t serial = 0;
-        ASSERT_TRUE(tovix::simulator::check_frame({frame, tovix_get_video_frame_size(camera)}, camera->width,
-                                                  &serial))
+        ASSERT_TRUE(tovix::simulator::check_frame({frame, tovix_get_video_frame_size(camera)}, camera->width, &serial))
             << "frame " << i;
         ASSERT_GT(serial, last);
         last = serial;

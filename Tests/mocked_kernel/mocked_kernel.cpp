@@ -35,8 +35,7 @@ void check(GError* error) {
 }  // namespace
 
 MockedKernel::MockedKernel() : testbed_(umockdev_testbed_new()) {
-    if (!umockdev_in_mock_environment())
-        throw std::runtime_error("libumockdev-preload.so.0 is not preloaded");
+    if (!umockdev_in_mock_environment()) throw std::runtime_error("libumockdev-preload.so.0 is not preloaded");
     // The library may open a node, which is a terminal, as the controlling terminal of this process.
     std::signal(SIGHUP, SIG_IGN);
     std::signal(SIGTTOU, SIG_IGN);
@@ -51,8 +50,7 @@ MockedKernel::~MockedKernel() {
 
 void MockedKernel::plug(int port, UsbDeviceModel& model) {
     const std::lock_guard lock(mutex_);
-    const std::string number =
-        std::to_string(devices_.size() + 2);  // 1 would be the root hub; never used again
+    const std::string number = std::to_string(devices_.size() + 2);  // 1 would be the root hub; never used again
     const std::string address = std::string(3 - number.size(), '0') + number;
     Plugged device{.port = port,
                    .system_path = "/sys/devices/usb1/1-" + std::to_string(port),
@@ -75,8 +73,7 @@ void MockedKernel::plug(int port, UsbDeviceModel& model) {
     umockdev_testbed_add_from_string(testbed_.get(), description.c_str(), &error);
     check(error);
 
-    const std::filesystem::path node =
-        taken(umockdev_testbed_get_root_dir(testbed_.get())) + device.node_path;
+    const std::filesystem::path node = taken(umockdev_testbed_get_root_dir(testbed_.get())) + device.node_path;
     std::filesystem::remove(node);
     std::filesystem::create_symlink(device.node->terminal(), node);
     umockdev_testbed_uevent(testbed_.get(), device.system_path.c_str(), "add");

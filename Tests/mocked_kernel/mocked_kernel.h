@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // A bus of modelled USB devices that the host's own USB library sees as real: a test bed of umockdev with the
-// files that Linux would show, and a node for each device. The process runs with libumockdev-preload
-// preloaded.
+// files that Linux would show, and a node for each device. The process runs with libumockdev-preload preloaded.
 #pragma once
 
 #include <umockdev.h>
@@ -23,13 +22,12 @@ class MockedKernel {
     MockedKernel(const MockedKernel&) = delete;
     MockedKernel& operator=(const MockedKernel&) = delete;
 
-    /// Plug a device into a port, 1 to 15, that is free. The model outlives its time on the bus, and is in
-    /// its first configuration.
+    /// Plug a device into a port, 1 to 15, that is free. The model outlives its time on the bus, and is in its first
+    /// configuration.
     void plug(int port, UsbDeviceModel& model);
     /// Pull the device out. When this returns, the model is called no more.
     void unplug(int port);
-    /// The first part of unplug(), when the files that show the device are still there and nobody has been
-    /// told.
+    /// The first part of unplug(), when the files that show the device are still there and nobody has been told.
     void disconnect(int port);
 
   private:

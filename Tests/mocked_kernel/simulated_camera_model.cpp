@@ -144,17 +144,15 @@ std::vector<std::uint8_t> SimulatedCameraModel::descriptors() const {
 std::string SimulatedCameraModel::kernel_driver() const {
     const std::lock_guard lock(mutex_);
     const std::vector<std::uint8_t> descriptor = device_.device_descriptor();
-    const bool nameless =
-        simulator::get_u16(&descriptor[8]) == 0x04B4 && simulator::get_u16(&descriptor[10]) == 0x8613;
+    const bool nameless = simulator::get_u16(&descriptor[8]) == 0x04B4 && simulator::get_u16(&descriptor[10]) == 0x8613;
     return nameless ? "usbtest" : "";
 }
 
-Outcome SimulatedCameraModel::control(const ControlSetup& setup, std::span<std::uint8_t> data,
-                                      std::size_t& length) {
+Outcome SimulatedCameraModel::control(const ControlSetup& setup, std::span<std::uint8_t> data, std::size_t& length) {
     const Access device = access();
     if (!reachable()) return Outcome::kNoAnswer;
-    const Answer answer = device->control(
-        {setup.request_type, setup.request, setup.value, setup.index, setup.length}, data.data());
+    const Answer answer =
+        device->control({setup.request_type, setup.request, setup.value, setup.index, setup.length}, data.data());
     length = answer.outcome == simulator::Outcome::kOverrun ? data.size() + 1 : answer.length;
     return outcome_of(answer.outcome);
 }

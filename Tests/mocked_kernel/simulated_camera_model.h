@@ -6,8 +6,8 @@
 //   camera's thread -/                         \--> the thread plugs and unplugs the node
 //
 // The thread gives the device its time. When the device leaves the bus or comes to it, for instance because
-// its new firmware runs, the thread lets the node follow: no call of the kernel may do that, since the kernel
-// waits for all its calls to end.
+// its new firmware runs, the thread lets the node follow: no call of the kernel may do that, since the kernel waits for
+// all its calls to end.
 #pragma once
 
 #include <condition_variable>
@@ -23,8 +23,7 @@ namespace tovix::mocked_kernel {
 class SimulatedCameraModel final : public UsbDeviceModel {
   public:
     /// Plugged into that port of the kernel until it is destroyed, before the kernel and the clock are.
-    SimulatedCameraModel(MockedKernel& kernel, int port, simulator::Clock& clock,
-                         simulator::DeviceOptions options);
+    SimulatedCameraModel(MockedKernel& kernel, int port, simulator::Clock& clock, simulator::DeviceOptions options);
     ~SimulatedCameraModel() override;
 
     /// The device with its lock held and its time told. Not to be unplugged or plugged in this way, unless

@@ -29,8 +29,7 @@ struct ControlSetup {
     std::uint16_t length = 0;
 };
 
-/// A bulk read that the host has queued. What a device does with one that the host has cancelled has no
-/// effect.
+/// A bulk read that the host has queued. What a device does with one that the host has cancelled has no effect.
 class BulkRead {
   public:
     virtual ~BulkRead() = default;
@@ -47,8 +46,7 @@ class UsbDeviceModel {
 
     /// The device descriptor, then every configuration whole.
     virtual std::vector<std::uint8_t> descriptors() const = 0;
-    /// The host's driver that binds the interfaces whenever they are free to be bound; empty: none knows the
-    /// device.
+    /// The host's driver that binds the interfaces whenever they are free to be bound; empty: none knows the device.
     virtual std::string kernel_driver() const { return {}; }
 
     /// `data` has the request's length; towards the host, `length` says how much of it was sent.

@@ -27,8 +27,7 @@ UsbfsNode::UsbfsNode(UsbDeviceModel& model, std::function<void(int)> configured)
     enter_configuration(first_configuration());
 
     master_ = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    if (master_ < 0 || grantpt(master_) != 0 || unlockpt(master_) != 0)
-        throw std::runtime_error("no pseudo terminal");
+    if (master_ < 0 || grantpt(master_) != 0 || unlockpt(master_) != 0) throw std::runtime_error("no pseudo terminal");
     terminal_ = ptsname(master_);
     slave_ = ::open(terminal_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
     if (slave_ < 0) throw std::runtime_error("cannot open " + terminal_);
@@ -57,8 +56,7 @@ void UsbfsNode::unplug() {
 
 gboolean UsbfsNode::on_ioctl(UMockdevIoctlBase*, Client* client, gpointer self) {
     const long answer = static_cast<UsbfsNode*>(self)->handle(*client);
-    umockdev_ioctl_client_complete(client, answer < 0 ? -1 : answer,
-                                   answer < 0 ? static_cast<int>(-answer) : 0);
+    umockdev_ioctl_client_complete(client, answer < 0 ? -1 : answer, answer < 0 ? static_cast<int>(-answer) : 0);
     return TRUE;
 }
 
@@ -93,20 +91,18 @@ long UsbfsNode::handle(Client& client) {
         case USBDEVFS_CLEAR_HALT: return clear_halt(client, number());
         case USBDEVFS_SETCONFIGURATION: return set_configuration(static_cast<int>(number()));
         case USBDEVFS_SETINTERFACE: {
-            const auto wanted =
-                get<usbdevfs_setinterface>(resolve(argument, 0, sizeof(usbdevfs_setinterface)));
+            const auto wanted = get<usbdevfs_setinterface>(resolve(argument, 0, sizeof(usbdevfs_setinterface)));
             return set_interface(client, wanted.interface, wanted.altsetting);
         }
         case USBDEVFS_GETDRIVER:
             return get_driver(get<usbdevfs_getdriver>(resolve(argument, 0, sizeof(usbdevfs_getdriver))));
-        case USBDEVFS_IOCTL:
-            return driver_request(get<usbdevfs_ioctl>(resolve(argument, 0, sizeof(usbdevfs_ioctl))));
+        case USBDEVFS_IOCTL: return driver_request(get<usbdevfs_ioctl>(resolve(argument, 0, sizeof(usbdevfs_ioctl))));
         default: std::fprintf(stderr, "mocked kernel: no answer to request %#lx\n", request); return -ENOTTY;
     }
 }
 
-// ---------------------------------------------------------------------------------------------------
-// Requests about interfaces
+// --------------------------------------------------------------------------------------------------- Requests about
+// interfaces
 
 UsbfsNode::Interface* UsbfsNode::claimed(const Client& client, unsigned number) {
     const auto found = interfaces_.find(number);
@@ -115,8 +111,7 @@ UsbfsNode::Interface* UsbfsNode::claimed(const Client& client, unsigned number) 
 
 const UsbfsNode::Setting* UsbfsNode::setting(unsigned interface_number, unsigned number) const {
     for (const Setting& each : settings_)
-        if (each.configuration == configuration_ && each.interface_number == interface_number &&
-            each.number == number)
+        if (each.configuration == configuration_ && each.interface_number == interface_number && each.number == number)
             return &each;
     return nullptr;
 }
@@ -125,8 +120,7 @@ const UsbfsNode::Setting* UsbfsNode::setting(unsigned interface_number, unsigned
 bool UsbfsNode::may_use(const Client& client, unsigned endpoint) {
     for (const auto& [number, interface] : interfaces_) {
         const Setting* const current = setting(number, interface.setting);
-        if (current != nullptr &&
-            std::count(current->endpoints.begin(), current->endpoints.end(), endpoint) > 0)
+        if (current != nullptr && std::count(current->endpoints.begin(), current->endpoints.end(), endpoint) > 0)
             return interface.claimed_by == &client;
     }
     return false;
@@ -147,9 +141,8 @@ long UsbfsNode::release(const Client& client, unsigned number) {
     Interface* const interface = claimed(client, number);
     if (interface == nullptr) return -EINVAL;
     const std::vector<unsigned> endpoints = setting(number, interface->setting)->endpoints;
-    end_where(
-        [&](const Urb& urb) { return std::count(endpoints.begin(), endpoints.end(), urb.endpoint) > 0; },
-        -ESHUTDOWN);
+    end_where([&](const Urb& urb) { return std::count(endpoints.begin(), endpoints.end(), urb.endpoint) > 0; },
+              -ESHUTDOWN);
     if (interface->setting != 0) model_.set_alternate(static_cast<std::uint8_t>(number), 0);
     *interface = {.setting = 0, .claimed_by = nullptr, .driver = model_.kernel_driver()};
     return 0;
@@ -159,11 +152,9 @@ long UsbfsNode::set_interface(const Client& client, unsigned number, unsigned wa
     Interface* const interface = claimed(client, number);
     if (interface == nullptr || setting(number, wanted) == nullptr) return -EINVAL;
     const std::vector<unsigned> endpoints = setting(number, interface->setting)->endpoints;
-    end_where(
-        [&](const Urb& urb) { return std::count(endpoints.begin(), endpoints.end(), urb.endpoint) > 0; },
-        -ENOENT);
-    if (!model_.set_alternate(static_cast<std::uint8_t>(number), static_cast<std::uint8_t>(wanted)))
-        return -EPIPE;
+    end_where([&](const Urb& urb) { return std::count(endpoints.begin(), endpoints.end(), urb.endpoint) > 0; },
+              -ENOENT);
+    if (!model_.set_alternate(static_cast<std::uint8_t>(number), static_cast<std::uint8_t>(wanted))) return -EPIPE;
     interface->setting = wanted;
     return 0;
 }

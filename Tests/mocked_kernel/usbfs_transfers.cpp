@@ -23,8 +23,7 @@ long UsbfsNode::submit(const Client& client, UMockdevIoctlData& argument) {
     const auto urb = std::make_shared<Urb>(weak_from_this(), client, std::move(data));
     const bool control = type == USBDEVFS_URB_TYPE_CONTROL;
     if (!control && type != USBDEVFS_URB_TYPE_BULK) return -EINVAL;
-    if (control ? urb->length < kSetupBytes : !may_use(client, urb->endpoint))
-        return control ? -EINVAL : -ENOENT;
+    if (control ? urb->length < kSetupBytes : !may_use(client, urb->endpoint)) return control ? -EINVAL : -ENOENT;
     if (!urb->is_bulk_in() && urb->length > 0)
         urb->buffer = resolve(*urb->data, offsetof(usbdevfs_urb, buffer), urb->length);
     {
@@ -49,9 +48,7 @@ void UsbfsNode::start(const std::shared_ptr<Urb>& urb, unsigned type) {
         urb->actual = urb->length;
         return urb->complete(model_.bulk_out(endpoint, {sent, urb->length}));
     }
-    const auto word = [&](std::size_t at) {
-        return static_cast<std::uint16_t>(sent[at] | sent[at + 1] << 8);
-    };
+    const auto word = [&](std::size_t at) { return static_cast<std::uint16_t>(sent[at] | sent[at + 1] << 8); };
     const ControlSetup setup{sent[0], sent[1], word(2), word(4), word(6)};
     std::vector<std::uint8_t> data(sent + kSetupBytes, sent + urb->length);
     data.resize(setup.length);
@@ -69,16 +66,15 @@ void UsbfsNode::start(const std::shared_ptr<Urb>& urb, unsigned type) {
 
 long UsbfsNode::discard(const Client& client, unsigned long address) {
     bool found = false;
-    end_where(
-        [&](const Urb& urb) { return urb.client == &client && urb.address == address && (found = true); },
-        -ENOENT);
+    end_where([&](const Urb& urb) { return urb.client == &client && urb.address == address && (found = true); },
+              -ENOENT);
     return found ? 0 : -EINVAL;  // completed already
 }
 
 long UsbfsNode::reap(const Client& client, UMockdevIoctlData& argument) {
     const std::lock_guard lock(mutex_);
-    const auto found = std::find_if(completed_.begin(), completed_.end(),
-                                    [&](const auto& each) { return each->client == &client; });
+    const auto found =
+        std::find_if(completed_.begin(), completed_.end(), [&](const auto& each) { return each->client == &client; });
     if (found == completed_.end()) return unplugged_ ? -ENODEV : -EAGAIN;
     const std::shared_ptr<Urb> urb = *found;
     completed_.erase(found);

@@ -11,8 +11,8 @@ namespace tovix::mocked_kernel {
 
 using Data = Ref<UMockdevIoctlData>;
 
-/// A copy of the `size` bytes of the library's memory at which a pointer points; written back when the
-/// request under way is answered.
+/// A copy of the `size` bytes of the library's memory at which a pointer points; written back when the request under
+/// way is answered.
 inline Data resolve(UMockdevIoctlData& pointers, std::size_t offset, std::size_t size) {
     return Data(umockdev_ioctl_data_resolve(&pointers, offset, size, nullptr));
 }
@@ -26,10 +26,7 @@ Argument& get(const Data& data) {
 class UsbfsNode::Urb final : public BulkRead {
   public:
     Urb(std::weak_ptr<UsbfsNode> its_node, const Client& its_client, Data its_data)
-        : node(std::move(its_node)),
-          client(&its_client),
-          data(std::move(its_data)),
-          address(data->client_addr) {
+        : node(std::move(its_node)), client(&its_client), data(std::move(its_data)), address(data->client_addr) {
         const auto& raw = get<usbdevfs_urb>(data);
         endpoint = raw.endpoint;
         length = static_cast<std::size_t>(raw.buffer_length);

@@ -102,13 +102,11 @@ int main(int argc, char** argv) {
         return 2;
     }
     if (!set_resource_root(argv[1])) return 1;
-    for (int i = camera_id_count - 1; i >= 0;
-         --i) {  // the first of several releases that share a file writes it last
+    for (int i = camera_id_count - 1; i >= 0; --i) {  // the first of several releases that share a file writes it last
         const Model model = tovix::simulator::model_of_row(i);
         const std::filesystem::path firmware = resource_path(model.row->firmware_file, model.release).text;
         std::filesystem::create_directories(firmware.parent_path());
         write_firmware(firmware, firmware_image(model));
-        if (model.has_fpga())
-            write_fpga_image(resource_path(model.row->fpga_file, model.release).text, model);
+        if (model.has_fpga()) write_fpga_image(resource_path(model.row->fpga_file, model.release).text, model);
     }
 }

@@ -22,8 +22,7 @@ constexpr char kExamples[] =
     "Answers go to standard output, messages to standard error.\n"
     "Exit status: 0 done, 1 failed, 2 wrong usage.";
 
-constexpr char kSelectorHelp[] =
-    "Index, serial number, or (beginning of the) model;\nif not given, the first camera";
+constexpr char kSelectorHelp[] = "Index, serial number, or (beginning of the) model;\nif not given, the first camera";
 
 /// All of `digits` as a decimal number from `least` to `most`.
 template <class Number>
@@ -33,18 +32,15 @@ Number parse_number(std::string_view digits, Number least, Number most, const st
     // Written so that what is not a number at all fails too.
     if (error != std::errc() || end != digits.data() + digits.size() || !(number >= least && number <= most))
         throw CLI::ValidationError(option, "'" + printable(std::string(digits)) + "' is not a number from " +
-                                               CLI::detail::to_string(least) + " to " +
-                                               CLI::detail::to_string(most));
+                                               CLI::detail::to_string(least) + " to " + CLI::detail::to_string(most));
     return number;
 }
 
 /// An option with a decimal number, kept within its range.
 template <class Number, class Target>
-CLI::Option* add_number(CLI::App& app, const std::string& name, const std::string& unit, Target& target,
-                        Number least, Number most, const std::string& help) {
-    const auto parse = [=, &target](const std::string& value) {
-        target = parse_number(value, least, most, name);
-    };
+CLI::Option* add_number(CLI::App& app, const std::string& name, const std::string& unit, Target& target, Number least,
+                        Number most, const std::string& help) {
+    const auto parse = [=, &target](const std::string& value) { target = parse_number(value, least, most, name); };
     return app.add_option_function<std::string>(name, parse, help)->type_name(unit);
 }
 
@@ -58,8 +54,8 @@ CLI::Option* add_pair(CLI::App& app, const std::string& name, char separator, bo
             throw CLI::ValidationError(name, "'" + printable(value) + "' has no '" + separator + "'");
         const std::string_view whole = value;
         const std::string_view second = at == std::string::npos ? whole : whole.substr(at + 1);
-        pair = NumberPair{parse_number(whole.substr(0, at), least, most, name),
-                          parse_number(second, least, most, name)};
+        pair =
+            NumberPair{parse_number(whole.substr(0, at), least, most, name), parse_number(second, least, most, name)};
     };
     return app.add_option_function<std::string>(name, parse, help);
 }
@@ -70,9 +66,8 @@ SimulatedCamera parse_simulated(const std::string& value) {
     const std::size_t colon = value.find(':');
     SimulatedCamera camera{.model = value.substr(0, colon)};
     if (colon != std::string::npos)
-        camera.serial_number =
-            parse_number<std::uint32_t>(std::string_view(value).substr(colon + 1), 1,
-                                        std::numeric_limits<std::uint32_t>::max(), "--simulate");
+        camera.serial_number = parse_number<std::uint32_t>(std::string_view(value).substr(colon + 1), 1,
+                                                           std::numeric_limits<std::uint32_t>::max(), "--simulate");
     return camera;
 }
 
@@ -158,15 +153,13 @@ class Parser {
             ->check(CLI::IsMember({"raw", "png"}).description(""));
         add_pair(*capture_, "--size", 'x', false, options.size, 1, kMost, "Area of the sensor, in its pixels")
             ->type_name("WxH");
-        add_pair(*capture_, "--offset", ',', false, options.offset, 0, kMost,
-                 "Left and top edge of the area (0,0)")
+        add_pair(*capture_, "--offset", ',', false, options.offset, 0, kMost, "Left and top edge of the area (0,0)")
             ->type_name("X,Y");
         add_pair(*capture_, "--subsample", 'x', true, options.subsampling, 1, 255, "Read every Nth pixel")
             ->type_name("N|NxM");
         add_number(*capture_, "--rate", "R", options.data_rate, 0u, std::numeric_limits<std::uint32_t>::max(),
                    "Data rate, one of those that info shows");
-        add_number(*capture_, "--timeout", "S", options.timeout_s, 0.001, 86'400.0,
-                   "Longest wait for a frame (10)");
+        add_number(*capture_, "--timeout", "S", options.timeout_s, 0.001, 86'400.0, "Longest wait for a frame (10)");
         capture_->footer("The names of the files are printed as each is complete.");
     }
 
@@ -174,11 +167,9 @@ class Parser {
         StreamOptions& options = stream_options_;
         stream_ = app_.add_subcommand("stream", "Run the stream: measure it, or hand the frames to a pipe");
         stream_->add_option("--camera", options.camera, kSelectorHelp)->type_name("SEL");
-        CLI::Option* const count =
-            add_number(*stream_, "-n", "N", options.count, 1u, std::numeric_limits<std::uint32_t>::max(),
-                       "Stop after N frames");
-        add_number(*stream_, "--seconds", "S", options.seconds, 0.001, 1e9, "Stop after S seconds")
-            ->excludes(count);
+        CLI::Option* const count = add_number(*stream_, "-n", "N", options.count, 1u,
+                                              std::numeric_limits<std::uint32_t>::max(), "Stop after N frames");
+        add_number(*stream_, "--seconds", "S", options.seconds, 0.001, 1e9, "Stop after S seconds")->excludes(count);
         stream_->add_flag("--stats", options.stats,
                           "Also skipped frames and the time between frames;\n"
                           "on a terminal every second");
@@ -187,8 +178,7 @@ class Parser {
             ->type_name("-")
             ->check(CLI::IsMember({"-"}).description(""))
             ->excludes(json);
-        add_number(*stream_, "--timeout", "S", options.timeout_s, 0.001, 86'400.0,
-                   "Longest wait for a frame (10)");
+        add_number(*stream_, "--timeout", "S", options.timeout_s, 0.001, 86'400.0, "Longest wait for a frame (10)");
         stream_->footer(
             "Without -n and --seconds it runs until it is interrupted. Only simulated cameras\n"
             "number their frames, so of others skipped frames cannot be told.");

@@ -38,8 +38,7 @@ SensorLimits Camera::sensor() const {
     const auto [width, height] = pair_at(TOVIX_FO_MAX_SIZE, "read the sensor's size");
     const auto [unit_width, unit_height] = pair_at(TOVIX_FO_UNIT_SIZE, "read the sensor's granularity");
     std::uint32_t subsampling = 0;
-    check(tz_usb_read_tovix_u32(handle(), TOVIX_FO_SUBSAMPLING_INQ, &subsampling),
-          "read the largest subsampling");
+    check(tz_usb_read_tovix_u32(handle(), TOVIX_FO_SUBSAMPLING_INQ, &subsampling), "read the largest subsampling");
     if (width == 0 || height == 0)
         throw Failure("the camera says that its sensor has no pixels; " + std::string(kReplug));
     const bool subsamples = tovix_supports_subsampling(handle()) > 0;
@@ -77,8 +76,7 @@ _tovix_frame_format Camera::area() const {
 
 void Camera::set_area(const _tovix_frame_format& wanted) const {
     check(tovix_set_video_format(handle(), &wanted), "set size, offset and subsampling");
-    // The library goes by what it sent, the camera by what it made of it. Frames of another size would never
-    // arrive.
+    // The library goes by what it sent, the camera by what it made of it. Frames of another size would never arrive.
     const auto [width, height] = pair_at(TOVIX_FO_SIZE, "read the size back");
     const auto [x, y] = pair_at(TOVIX_FO_POSITION, "read the offset back");
     const auto [factor_x, factor_y] = pair_at(TOVIX_FO_SUBSAMPLING, "read the subsampling back");
@@ -86,9 +84,8 @@ void Camera::set_area(const _tovix_frame_format& wanted) const {
         factor_x == wanted.subsample_x && factor_y == wanted.subsample_y) {
         return;
     }
-    throw Failure(
-        text("the camera took %ux%u at %u,%u subsampled %ux%u instead; ask for that or for something smaller",
-             width, height, x, y, factor_x, factor_y));
+    throw Failure(text("the camera took %ux%u at %u,%u subsampled %ux%u instead; ask for that or for something smaller",
+                       width, height, x, y, factor_x, factor_y));
 }
 
 std::vector<std::uint32_t> Camera::data_rates() const {

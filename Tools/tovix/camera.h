@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// An open camera: what it can do, what it is set to, and its settings. Numbers that a camera says of itself
-// are checked before they are used.
+// An open camera: what it can do, what it is set to, and its settings. Numbers that a camera says of itself are checked
+// before they are used.
 #pragma once
 
 #include <memory>
@@ -20,7 +20,7 @@ struct SensorLimits {
 /// The frames as the camera delivers them: rows top to bottom, unpadded, one byte a sample.
 struct FrameLayout {
     std::uint32_t width, height;
-    std::string color_filter;  // samples of the first two rows, as in "RGGB"; "none" for a monochrome sensor
+    std::string color_filter;           // samples of the first two rows, as in "RGGB"; "none" for a monochrome sensor
     std::uint32_t color_filter_family;  // 1, or 2 for the second family of colour codes
 };
 

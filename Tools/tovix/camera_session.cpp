@@ -65,8 +65,7 @@ CameraSession::~CameraSession() {
 
 void CameraSession::attach(const SimulatedCamera& camera, Marks marks) const {
     if (!camera.model.empty() && !is_model(camera.model))
-        throw Failure("there is no simulated model '" + printable(camera.model) +
-                      "'; choose from: " + model_names());
+        throw Failure("there is no simulated model '" + printable(camera.model) + "'; choose from: " + model_names());
     tovix_simulated_options options{};
     options.size = sizeof options;
     options.state = TOVIX_SIMULATED_BARE;
@@ -88,8 +87,7 @@ void CameraSession::start_up(const GlobalOptions& options) {
     for (const tovix_version& identity : enumerate(quiet_)) {
         char name[32] = "?";
         _tovix* handle = nullptr;
-        if (tovix_camera_open(&handle, &identity) == TOVIX_OK)
-            tovix_get_model_name(handle, name, sizeof name);
+        if (tovix_camera_open(&handle, &identity) == TOVIX_OK) tovix_get_model_name(handle, name, sizeof name);
         tovix_camera_close(&handle);
         cameras_.push_back({identity, printable(name)});
     }

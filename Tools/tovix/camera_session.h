@@ -26,8 +26,8 @@ class CameraSession {
     enum class Marks : bool { kNone, kInFrames };
 
     /// Bring the attached cameras up and list them; several seconds when one has no firmware yet. There is at
-    /// least one camera afterwards. `marks` asks simulated cameras to number their frames in the pixels.
-    /// Throws Failure.
+    /// least one camera afterwards. `marks` asks simulated cameras to number their frames in the pixels. Throws
+    /// Failure.
     CameraSession(const GlobalOptions& options, QuietStderr& quiet, Marks marks = Marks::kNone);
     ~CameraSession();
     CameraSession(const CameraSession&) = delete;
@@ -35,8 +35,7 @@ class CameraSession {
 
     const std::vector<ListedCamera>& cameras() const { return cameras_; }
 
-    /// Open the camera that `selector` names, see select_camera(). Throws Failure. The session outlives the
-    /// camera.
+    /// Open the camera that `selector` names, see select_camera(). Throws Failure. The session outlives the camera.
     Camera open(const std::string& selector) const;
 
   private:

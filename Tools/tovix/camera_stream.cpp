@@ -64,13 +64,11 @@ Failure CameraStream::failure(const std::string& done) const {
     switch (end_.load()) {
         case End::kSignal: return Failure("interrupted " + done);
         case End::kTooLong:
-            return Failure(
-                text("no frame came within %g s, ", std::chrono::duration<double>(frame_limit_).count()) +
-                done + (why_late_.empty() ? "" : ": " + why_late_) +
-                "; allow more with --timeout, or plug the camera in again");
+            return Failure(text("no frame came within %g s, ", std::chrono::duration<double>(frame_limit_).count()) +
+                           done + (why_late_.empty() ? "" : ": " + why_late_) +
+                           "; allow more with --timeout, or plug the camera in again");
         default:
-            return Failure(
-                "the camera is gone or sends nothing whole, " + done +
-                "; check the cable and plug the camera in again, or run with --verbose to see each step");
+            return Failure("the camera is gone or sends nothing whole, " + done +
+                           "; check the cable and plug the camera in again, or run with --verbose to see each step");
     }
 }

@@ -20,8 +20,7 @@
 class HeldFrame {
   public:
     HeldFrame(_tovix* camera, std::int32_t index) : camera_(camera), index_(index) {}
-    HeldFrame(HeldFrame&& other) noexcept
-        : camera_(std::exchange(other.camera_, nullptr)), index_(other.index_) {}
+    HeldFrame(HeldFrame&& other) noexcept : camera_(std::exchange(other.camera_, nullptr)), index_(other.index_) {}
     HeldFrame& operator=(HeldFrame&&) = delete;
     ~HeldFrame() {
         if (camera_ != nullptr) tovix_release_buffer(camera_, index_);
@@ -42,8 +41,7 @@ class CameraStream {
     /// Why no more frames come.
     enum class End { kNone, kSignal, kTooLong, kCameraGone };
 
-    /// Start the stream; `frame_limit` is the longest wait for one frame. Throws Failure. The camera outlives
-    /// it.
+    /// Start the stream; `frame_limit` is the longest wait for one frame. Throws Failure. The camera outlives it.
     CameraStream(const Camera& camera, Clock::duration frame_limit);
     ~CameraStream();
     CameraStream(const CameraStream&) = delete;

@@ -21,11 +21,11 @@ void check_area(const _tovix_frame_format& area, const SensorLimits& sensor) {
         throw Failure(text("an area of %ux%u at %u,%u is not on the sensor; it has %ux%u pixels", area.width,
                            area.height, area.x_offset, area.y_offset, sensor.width, sensor.height));
     if (area.width % sensor.unit_width != 0 || area.height % sensor.unit_height != 0)
-        throw Failure(text("the camera has no size %ux%u; choose a multiple of %ux%u", area.width,
-                           area.height, sensor.unit_width, sensor.unit_height));
+        throw Failure(text("the camera has no size %ux%u; choose a multiple of %ux%u", area.width, area.height,
+                           sensor.unit_width, sensor.unit_height));
     if (area.subsample_x > sensor.max_subsampling || area.subsample_y > sensor.max_subsampling)
-        throw Failure(text("the camera cannot subsample by %ux%u; its largest factor is %u",
-                           unsigned{area.subsample_x}, unsigned{area.subsample_y}, sensor.max_subsampling));
+        throw Failure(text("the camera cannot subsample by %ux%u; its largest factor is %u", unsigned{area.subsample_x},
+                           unsigned{area.subsample_y}, sensor.max_subsampling));
 }
 
 /// Set what was asked for and leave the rest; an offset alone means all of the sensor from there on.
@@ -51,8 +51,7 @@ void configure(const Camera& camera, const CaptureOptions& options) {
     if (options.data_rate) camera.set_data_rate(*options.data_rate);  // after the area, which resets it
 }
 
-void write_frame(const HeldFrame& frame, const std::string& name, ImageKind kind,
-                 const FrameDescription& description) {
+void write_frame(const HeldFrame& frame, const std::string& name, ImageKind kind, const FrameDescription& description) {
     if (kind == ImageKind::kRaw) {
         write_raw(name, frame.samples(), description);
     } else {

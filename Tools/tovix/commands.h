@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The commands of the tool and what can be asked of each. A command prints its answer on standard output and
-// throws Failure when it cannot.
+// The commands of the tool and what can be asked of each. A command prints its answer on standard output and throws
+// Failure when it cannot.
 #pragma once
 
 #include <cstdint>

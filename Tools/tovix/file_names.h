@@ -12,6 +12,5 @@ enum class ImageKind { kRaw, kPng };
 std::optional<ImageKind> kind_of(const std::string& name);
 
 /// Name of frame `number` of `count`. A %d or %04d (any width of one digit) in the last part of `name`
-/// becomes the number; without one, and when there is more than one frame, "-0001" goes in front of the
-/// extension.
+/// becomes the number; without one, and when there is more than one frame, "-0001" goes in front of the extension.
 std::string frame_name(const std::string& name, std::uint32_t number, std::uint32_t count);

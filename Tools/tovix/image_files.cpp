@@ -15,8 +15,8 @@ std::string describe(const FrameDescription& frame) {
            text("x_offset=%u\ny_offset=%u\n", frame.area.x_offset, frame.area.y_offset) +
            text("subsample_x=%u\nsubsample_y=%u\n", unsigned{frame.area.subsample_x},
                 unsigned{frame.area.subsample_y}) +
-           text("model=%s\nserial=%u\nframe=%u\n", frame.camera.model.c_str(),
-                frame.camera.identity.serial_number, frame.number);
+           text("model=%s\nserial=%u\nframe=%u\n", frame.camera.model.c_str(), frame.camera.identity.serial_number,
+                frame.number);
 }
 
 }  // namespace
@@ -25,8 +25,7 @@ std::string description_name(const std::string& raw_name) {
     return raw_name + ".txt";
 }
 
-void write_raw(const std::string& name, std::span<const std::uint8_t> samples,
-               const FrameDescription& description) {
+void write_raw(const std::string& name, std::span<const std::uint8_t> samples, const FrameDescription& description) {
     PendingFile raw(name), words(description_name(name));
     raw.write(samples);
     raw.finish();

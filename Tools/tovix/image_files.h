@@ -21,8 +21,7 @@ std::string description_name(const std::string& raw_name);
 
 /// The samples to `name`, the description to description_name(): a line "key=value" for each fact. Once the
 /// raw file is there, so is its description. Throws Failure, with nothing left behind.
-void write_raw(const std::string& name, std::span<const std::uint8_t> samples,
-               const FrameDescription& description);
+void write_raw(const std::string& name, std::span<const std::uint8_t> samples, const FrameDescription& description);
 
 /// Throws Failure, with nothing left behind.
 void write_png(const std::string& name, const Picture& picture);

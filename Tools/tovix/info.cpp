@@ -34,8 +34,7 @@ void print_json(const Facts& facts) {
           {"width", facts.area.width},
           {"height", facts.area.height}}},
         {"subsampling", {{"x", facts.area.subsample_x}, {"y", facts.area.subsample_y}}},
-        {"frame",
-         {{"width", facts.layout.width}, {"height", facts.layout.height}, {"bytes", facts.frame_bytes()}}},
+        {"frame", {{"width", facts.layout.width}, {"height", facts.layout.height}, {"bytes", facts.frame_bytes()}}},
         {"color_filter", facts.layout.color_filter},
         {"color_filter_family", facts.layout.color_filter_family},
         {"data_rates", facts.data_rates},
@@ -54,19 +53,18 @@ void print_text(const Facts& facts) {
     std::printf("release       0x%04X\n", identity.release_number);
     std::printf("firmware      %08X\n", identity.firmware_version);
     std::printf("speed         %s\n", identity.high_speed != 0 ? "high" : "full");
-    std::printf("sensor        %u x %u, sizes in steps of %u x %u\n", sensor.width, sensor.height,
-                sensor.unit_width, sensor.unit_height);
+    std::printf("sensor        %u x %u, sizes in steps of %u x %u\n", sensor.width, sensor.height, sensor.unit_width,
+                sensor.unit_height);
     std::printf("color filter  %s%s\n", facts.layout.color_filter.c_str(),
                 facts.layout.color_filter_family == 2 ? " (second family)" : "");
     if (sensor.max_subsampling > 1) {
-        std::printf("subsampling   %u x %u, up to %u\n", unsigned{area.subsample_x},
-                    unsigned{area.subsample_y}, sensor.max_subsampling);
+        std::printf("subsampling   %u x %u, up to %u\n", unsigned{area.subsample_x}, unsigned{area.subsample_y},
+                    sensor.max_subsampling);
     } else {
         std::printf("subsampling   not available\n");
     }
     std::printf("area          %u x %u at %u,%u\n", area.width, area.height, area.x_offset, area.y_offset);
-    std::printf("frame         %u x %u, %u bytes\n", facts.layout.width, facts.layout.height,
-                facts.frame_bytes());
+    std::printf("frame         %u x %u, %u bytes\n", facts.layout.width, facts.layout.height, facts.frame_bytes());
     std::printf("data rates   ");
     for (const std::uint32_t rate : facts.data_rates)
         std::printf(rate == facts.data_rate ? " [%u]" : " %u", rate);

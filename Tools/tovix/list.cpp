@@ -31,13 +31,12 @@ void print_table(const std::vector<ListedCamera>& cameras) {
     for (const ListedCamera& camera : cameras)
         model_width = std::max(model_width, static_cast<int>(camera.model.size()));
     if (isatty(STDOUT_FILENO) == 1)
-        std::printf("%5s  %-*s  %10s  %-7s  %-8s  %s\n", "INDEX", model_width, "MODEL", "SERIAL", "PRODUCT",
-                    "FIRMWARE", "SPEED");
+        std::printf("%5s  %-*s  %10s  %-7s  %-8s  %s\n", "INDEX", model_width, "MODEL", "SERIAL", "PRODUCT", "FIRMWARE",
+                    "SPEED");
     for (std::size_t i = 0; i < cameras.size(); ++i) {
         const tovix_version& identity = cameras[i].identity;
         std::printf("%5zu  %-*s  %10u  0x%04X   %08X  %s\n", i, model_width, cameras[i].model.c_str(),
-                    identity.serial_number, identity.product_id, identity.firmware_version,
-                    speed_text(identity));
+                    identity.serial_number, identity.product_id, identity.firmware_version, speed_text(identity));
     }
 }
 

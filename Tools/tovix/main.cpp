@@ -13,8 +13,7 @@ namespace {
 
 constexpr int kFailed = 1;
 
-/// A file that is opened must never become standard output or error because that was closed: messages would
-/// go into it.
+/// A file that is opened must never become standard output or error because that was closed: messages would go into it.
 void fill_standard_streams() {
     int file = 0;
     while (file >= 0 && file <= STDERR_FILENO)

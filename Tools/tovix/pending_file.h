@@ -31,6 +31,5 @@ class PendingFile {
     std::FILE* stream_ = nullptr;
 };
 
-/// Throw Failure when it can be seen beforehand that no file can be written under `path`: before seconds of
-/// work.
+/// Throw Failure when it can be seen beforehand that no file can be written under `path`: before seconds of work.
 void check_writable(const std::string& path);

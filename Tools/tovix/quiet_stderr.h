@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The library reports on the standard error stream, step by step. The tool keeps that to itself and shows one
-// line of it when something failed.
+// The library reports on the standard error stream, step by step. The tool keeps that to itself and shows one line of
+// it when something failed.
 #pragma once
 
 #include <cstdint>
@@ -28,12 +28,10 @@ class QuietStderr {
     std::string last_error() const;
     /// Drop the lines so far, so that a later failure is not explained by an earlier one.
     void forget();
-    /// Drop them when they have become many: cameras in trouble report each transfer, for as long as a stream
-    /// runs.
+    /// Drop them when they have become many: cameras in trouble report each transfer, for as long as a stream runs.
     void forget_when_many();
 
-    /// The failure of a library call: `what`, the library's own reason or else its result in words, and
-    /// `advice`.
+    /// The failure of a library call: `what`, the library's own reason or else its result in words, and `advice`.
     Failure failure(const std::string& what, std::int32_t result, const std::string& advice) const;
 
   private:

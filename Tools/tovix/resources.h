@@ -4,6 +4,5 @@
 
 #include <string>
 
-/// Beside the installed tool, else in the source tree that it was built from. Throws Failure when there is
-/// neither.
+/// Beside the installed tool, else in the source tree that it was built from. Throws Failure when there is neither.
 std::string find_resources();

@@ -7,8 +7,7 @@ namespace {
 constexpr std::size_t kMaxSample = 1 << 16;
 }
 
-void StreamStatistics::add(Clock::time_point arrival, std::uint64_t bytes,
-                           const std::optional<FrameMark>& mark) {
+void StreamStatistics::add(Clock::time_point arrival, std::uint64_t bytes, const std::optional<FrameMark>& mark) {
     if (frames_ == 0) {
         first_ = arrival;
     } else {

@@ -26,8 +26,7 @@ class StreamStatistics {
     double seconds() const;  ///< from the first frame to the last
     double frames_per_second() const;
     double bytes_per_second() const;
-    /// Frames that the camera took and nobody saw, and frames that are not whole. Nothing for frames without
-    /// marks.
+    /// Frames that the camera took and nobody saw, and frames that are not whole. Nothing for frames without marks.
     std::optional<std::uint64_t> skipped() const { return marked_ ? std::optional(skipped_) : std::nullopt; }
     std::optional<std::uint64_t> torn() const { return marked_ ? std::optional(torn_) : std::nullopt; }
     /// Time between frames; nothing before the second.

@@ -28,8 +28,8 @@ std::string detail_text(const StreamStatistics& figures) {
     std::string out = "skipped " + count_text(figures.skipped());
     if (figures.torn()) out += ", torn " + count_text(figures.torn());
     if (const auto intervals = figures.intervals())
-        out += text(", between frames %.2f / %.2f / %.2f ms (min/median/max)", intervals->min_ms,
-                    intervals->median_ms, intervals->max_ms);
+        out += text(", between frames %.2f / %.2f / %.2f ms (min/median/max)", intervals->min_ms, intervals->median_ms,
+                    intervals->max_ms);
     return out;
 }
 
@@ -64,8 +64,7 @@ bool hand_on(std::span<const std::uint8_t> bytes) {
     while (!bytes.empty()) {
         const ssize_t written = write(STDOUT_FILENO, bytes.data(), bytes.size());
         if (written < 0 && errno == EPIPE) return false;
-        if (written < 0)
-            throw Failure(std::string("cannot write to standard output: ") + std::strerror(errno));
+        if (written < 0) throw Failure(std::string("cannot write to standard output: ") + std::strerror(errno));
         bytes = bytes.subspan(static_cast<std::size_t>(written));
     }
     return true;
@@ -82,8 +81,7 @@ class Ticker {
   public:
     explicit Ticker(std::FILE* out) : out_(out) {}
 
-    void add(Clock::time_point arrival, std::size_t bytes, const std::optional<FrameMark>& mark,
-             std::uint64_t frames) {
+    void add(Clock::time_point arrival, std::size_t bytes, const std::optional<FrameMark>& mark, std::uint64_t frames) {
         if (out_ == nullptr) return;
         second_.add(arrival, bytes, mark);
         if (arrival - began_ < std::chrono::seconds(1)) return;
@@ -105,8 +103,7 @@ class Ticker {
 void run(const StreamOptions& options, const GlobalOptions& global, QuietStderr& quiet) {
     // Marks overwrite pixels, which whoever reads the pipe would not like.
     const bool marked = !global.simulated.empty() && !options.to_stdout;
-    const CameraSession session(global, quiet,
-                                marked ? CameraSession::Marks::kInFrames : CameraSession::Marks::kNone);
+    const CameraSession session(global, quiet, marked ? CameraSession::Marks::kInFrames : CameraSession::Marks::kNone);
     const Camera camera = session.open(options.camera);
     const FrameLayout layout = camera.frame_layout();
 
@@ -116,8 +113,8 @@ void run(const StreamOptions& options, const GlobalOptions& global, QuietStderr&
     StreamStatistics figures;
     std::optional<Failure> failure;
     {
-        CameraStream stream(camera, std::chrono::duration_cast<Clock::duration>(
-                                        std::chrono::duration<double>(options.timeout_s)));
+        CameraStream stream(
+            camera, std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(options.timeout_s)));
         const auto began = Clock::now();
         const auto complete = [&] {
             return (options.count != 0 && figures.frames() >= options.count) ||
@@ -137,11 +134,10 @@ void run(const StreamOptions& options, const GlobalOptions& global, QuietStderr&
         }
         // A stream without a limit is meant to be ended by a signal, and any by the reader of its pipe.
         const bool limited = options.count != 0 || options.seconds > 0;
-        const bool as_meant = stream.end() == CameraStream::End::kNone ||
-                              (stream.end() == CameraStream::End::kSignal && !limited);
+        const bool as_meant =
+            stream.end() == CameraStream::End::kNone || (stream.end() == CameraStream::End::kSignal && !limited);
         if (wanted && !complete() && !as_meant)
-            failure =
-                stream.failure(text("after %llu frames", static_cast<unsigned long long>(figures.frames())));
+            failure = stream.failure(text("after %llu frames", static_cast<unsigned long long>(figures.frames())));
     }
     if (options.json) {
         print_json(figures, camera.listed(), layout);

@@ -21,14 +21,14 @@ std::span<const libusb_interface> interfaces_of(const libusb_config_descriptor& 
 
 std::vector<Endpoint> pipes_of(const libusb_interface& interface, UInt8 setting) {
     std::vector<Endpoint> pipes;
-    const std::span<const libusb_interface_descriptor> settings(
-        interface.altsetting, static_cast<std::size_t>(interface.num_altsetting));
+    const std::span<const libusb_interface_descriptor> settings(interface.altsetting,
+                                                                static_cast<std::size_t>(interface.num_altsetting));
     const auto wanted = std::find_if(settings.begin(), settings.end(),
                                      [&](const auto& each) { return each.bAlternateSetting == setting; });
     if (wanted == settings.end()) return pipes;
     for (const libusb_endpoint_descriptor& each : std::span(wanted->endpoint, wanted->bNumEndpoints)) {
-        // Bits above 10 count transactions a microframe. Some devices announce packets of no bytes, by which
-        // nothing can be divided.
+        // Bits above 10 count transactions a microframe. Some devices announce packets of no bytes, by which nothing
+        // can be divided.
         const int packet_bytes = std::max(each.wMaxPacketSize & 0x7FF, 1);
         pipes.push_back({.address = each.bEndpointAddress,
                          .type = static_cast<UInt8>(each.bmAttributes & 0x03),

@@ -14,9 +14,7 @@
 namespace tovix::platform {
 
 struct FreeConfiguration {
-    void operator()(libusb_config_descriptor* configuration) const {
-        libusb_free_config_descriptor(configuration);
-    }
+    void operator()(libusb_config_descriptor* configuration) const { libusb_free_config_descriptor(configuration); }
 };
 using Configuration = std::unique_ptr<libusb_config_descriptor, FreeConfiguration>;
 
@@ -26,8 +24,7 @@ using Configuration = std::unique_ptr<libusb_config_descriptor, FreeConfiguratio
 /// The interfaces, those without any setting left out at the end.
 std::span<const libusb_interface> interfaces_of(const libusb_config_descriptor& configuration);
 
-/// The endpoints of one alternate setting in the order of their descriptors; none when there is no such
-/// setting.
+/// The endpoints of one alternate setting in the order of their descriptors; none when there is no such setting.
 std::vector<Endpoint> pipes_of(const libusb_interface& interface, UInt8 setting);
 
 }  // namespace tovix::platform

@@ -14,8 +14,7 @@
 namespace tovix::platform {
 namespace {
 
-/// Where a device is plugged in. Unused ports are 0, which is below every real one: a hub comes before what
-/// it carries.
+/// Where a device is plugged in. Unused ports are 0, which is below every real one: a hub comes before what it carries.
 struct Place {
     UInt8 bus;
     std::array<UInt8, 7> ports{};  // USB allows no deeper chain

@@ -36,8 +36,7 @@ void LibusbContext::stop_events() noexcept {
     const std::lock_guard lock(mutex_);
     if (--listener_count_ > 0) return;
     stopping_ = true;
-    libusb_interrupt_event_handler(
-        context_);  // kept by libusb until the next wait, so it cannot come too early
+    libusb_interrupt_event_handler(context_);  // kept by libusb until the next wait, so it cannot come too early
     thread_.join();
 }
 

@@ -22,8 +22,8 @@ DeviceIdentity identity_from(libusb_device* device, const libusb_device_descript
 }
 
 /// Remove the host's driver from an interface. That there is none is the usual case; if one cannot be
-/// removed, the claim or the new configuration will fail and say why. libusb's automatic removal would not
-/// cover the configuration.
+/// removed, the claim or the new configuration will fail and say why. libusb's automatic removal would not cover the
+/// configuration.
 void detach_driver(libusb_device_handle* handle, UInt8 interface_number) {
     static_cast<void>(libusb_detach_kernel_driver(handle, interface_number));
 }
@@ -32,9 +32,7 @@ void detach_driver(libusb_device_handle* handle, UInt8 interface_number) {
 
 LibusbDevice::LibusbDevice(std::shared_ptr<LibusbContext> context, libusb_device* device,
                            const libusb_device_descriptor& descriptor)
-    : context_(std::move(context)),
-      device_(libusb_ref_device(device)),
-      identity_(identity_from(device, descriptor)) {}
+    : context_(std::move(context)), device_(libusb_ref_device(device)), identity_(identity_from(device, descriptor)) {}
 
 LibusbDevice::~LibusbDevice() {
     close();
@@ -82,13 +80,12 @@ IOReturn LibusbDevice::configuration_descriptor(UInt8 index, IOUSBConfigurationD
     return kIOReturnSuccess;
 }
 
-// The kernel refuses a new configuration while anyone holds an interface, be it we ourselves or a driver that
-// came back with our release.
+// The kernel refuses a new configuration while anyone holds an interface, be it we ourselves or a driver that came back
+// with our release.
 IOReturn LibusbDevice::set_configuration(UInt8 value) {
     if (handle_ == nullptr) return kIOReturnNotOpen;
     int current = 0;
-    if (const int error = libusb_get_configuration(handle_.get(), &current); error != 0)
-        return status_of_error(error);
+    if (const int error = libusb_get_configuration(handle_.get(), &current); error != 0) return status_of_error(error);
     if (current == value) return kIOReturnSuccess;
 
     transfers_.drain(kEveryEndpoint);
@@ -99,8 +96,7 @@ IOReturn LibusbDevice::set_configuration(UInt8 value) {
         detach_driver(handle_.get(), number);
     const int error = libusb_set_configuration(handle_.get(), value);
     transfers_.clear_halted(kEveryEndpoint);
-    const IOReturn claimed =
-        claim_all(handle_.get());  // of the old configuration, when the new one was refused
+    const IOReturn claimed = claim_all(handle_.get());  // of the old configuration, when the new one was refused
     return error != 0 ? status_of_error(error) : claimed;
 }
 
@@ -121,8 +117,7 @@ IOReturn LibusbDevice::control(IOUSBDevRequestTO& request) {
 // Claims go into the table one by one, so that a failure gives back exactly those that were made.
 IOReturn LibusbDevice::claim_all(libusb_device_handle* handle) {
     Configuration configuration;
-    if (const int error = active_configuration(device_.get(), configuration); error != 0)
-        return status_of_error(error);
+    if (const int error = active_configuration(device_.get(), configuration); error != 0) return status_of_error(error);
     if (configuration == nullptr) return kIOReturnSuccess;  // not configured: nothing to claim
 
     std::vector<Interface> claimed;

@@ -37,10 +37,8 @@ class LibusbDevice final : public HostDevice {
     void release(UInt8 interface_number) override;
     IOReturn set_alternate(UInt8 interface_number, UInt8 setting) override;
     IOReturn pipe_status(UInt8 interface_number, UInt8 pipe) override;
-    IOReturn read_pipe(UInt8 interface_number, UInt8 pipe, void* data, UInt32& size,
-                       UInt32 no_data_ms) override;
-    IOReturn write_pipe(UInt8 interface_number, UInt8 pipe, const void* data, UInt32 size,
-                        UInt32 no_data_ms) override;
+    IOReturn read_pipe(UInt8 interface_number, UInt8 pipe, void* data, UInt32& size, UInt32 no_data_ms) override;
+    IOReturn write_pipe(UInt8 interface_number, UInt8 pipe, const void* data, UInt32 size, UInt32 no_data_ms) override;
     IOReturn clear_stall(UInt8 interface_number, UInt8 pipe) override;
     IOReturn abort_pipe(UInt8 interface_number, UInt8 pipe) override;
     IOReturn read_async(UInt8 interface_number, UInt8 pipe, AsyncRead& read) override;
@@ -65,8 +63,7 @@ class LibusbDevice final : public HostDevice {
     [[nodiscard]] IOReturn claim_all(libusb_device_handle* handle);
     void release_all();
     [[nodiscard]] int choose_alternate(UInt8 interface_number, UInt8 setting);
-    [[nodiscard]] IOReturn find_pipe(UInt8 interface_number, UInt8 pipe, Direction direction,
-                                     Endpoint& found);
+    [[nodiscard]] IOReturn find_pipe(UInt8 interface_number, UInt8 pipe, Direction direction, Endpoint& found);
     Interface* find_interface(UInt8 number);  // with the mutex held; null when it is not there
 
     const std::shared_ptr<LibusbContext> context_;  // outlives everything below

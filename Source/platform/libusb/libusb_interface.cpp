@@ -64,8 +64,7 @@ IOReturn LibusbDevice::pipe_status(UInt8 interface_number, UInt8 pipe) {
     return transfers_.halted(set_of(endpoint)) ? kIOUSBPipeStalled : kIOReturnSuccess;
 }
 
-IOReturn LibusbDevice::read_pipe(UInt8 interface_number, UInt8 pipe, void* data, UInt32& size,
-                                 UInt32 no_data_ms) {
+IOReturn LibusbDevice::read_pipe(UInt8 interface_number, UInt8 pipe, void* data, UInt32& size, UInt32 no_data_ms) {
     Endpoint endpoint;
     const IOReturn status = find_pipe(interface_number, pipe, Direction::kToHost, endpoint);
     if (status == 0) return transfers_.read(endpoint, data, size, no_data_ms);
@@ -108,8 +107,8 @@ IOReturn LibusbDevice::abort_pipe(UInt8 interface_number, UInt8 pipe) {
 
 // When libusb 1.0.26 already knows that the device has left, it unlocks a mutex of the handle that it has not
 // locked, and closing the handle then ends the process. Asking for the kernel's driver is safe and tells
-// whether the device has left. If it leaves between the two calls, an untouched errno tells that libusb did
-// not get as far as the kernel.
+// whether the device has left. If it leaves between the two calls, an untouched errno tells that libusb did not get as
+// far as the kernel.
 int LibusbDevice::choose_alternate(UInt8 interface_number, UInt8 setting) {
     if (libusb_kernel_driver_active(handle_.get(), interface_number) == LIBUSB_ERROR_NO_DEVICE)
         return LIBUSB_ERROR_NO_DEVICE;
@@ -125,12 +124,10 @@ IOReturn LibusbDevice::find_pipe(UInt8 interface_number, UInt8 pipe, Direction d
     if (interface == nullptr || !interface->in_use) return kIOReturnNotOpen;
     if (pipe == 0 || pipe > interface->pipes.size()) return kIOUSBUnknownPipeErr;
     const Endpoint& endpoint = interface->pipes[pipe - 1];
-    const Direction its_own =
-        (endpoint.address & LIBUSB_ENDPOINT_IN) != 0 ? Direction::kToHost : Direction::kToDevice;
+    const Direction its_own = (endpoint.address & LIBUSB_ENDPOINT_IN) != 0 ? Direction::kToHost : Direction::kToDevice;
     const bool carries_bytes =
         endpoint.type == LIBUSB_TRANSFER_TYPE_BULK || endpoint.type == LIBUSB_TRANSFER_TYPE_INTERRUPT;
-    if (direction != Direction::kEither && (direction != its_own || !carries_bytes))
-        return kIOReturnBadArgument;
+    if (direction != Direction::kEither && (direction != its_own || !carries_bytes)) return kIOReturnBadArgument;
     found = endpoint;
     return kIOReturnSuccess;
 }

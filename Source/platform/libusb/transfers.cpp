@@ -114,8 +114,8 @@ IOReturn Transfers::control(IOUSBDevRequestTO& request) {
 
     std::vector<UInt8> message(LIBUSB_CONTROL_SETUP_SIZE + request.wLength);
     UInt8* const data = message.data() + LIBUSB_CONTROL_SETUP_SIZE;
-    libusb_fill_control_setup(message.data(), request.bmRequestType, request.bRequest, request.wValue,
-                              request.wIndex, request.wLength);
+    libusb_fill_control_setup(message.data(), request.bmRequestType, request.bRequest, request.wValue, request.wIndex,
+                              request.wLength);
     if (!to_host && request.wLength > 0) std::memcpy(data, request.pData, request.wLength);
 
     UInt32 limit_ms = request.noDataTimeout;

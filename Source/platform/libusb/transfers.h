@@ -6,8 +6,8 @@
 //                            +------- next chunk of a long transfer -------+
 //
 // libusb's own synchronous calls are never used: they handle events on the calling thread, so that
-// completions of other transfers would run there. A synchronous transfer is an asynchronous one that its
-// caller waits for.
+// completions of other transfers would run there. A synchronous transfer is an asynchronous one that its caller waits
+// for.
 //
 // Under the mutex: a request stands in the list from its acceptance until its last use of a buffer, of the
 // handle, or of the AsyncRead. Whoever has seen it leave the list knows that nothing will touch them any
@@ -68,8 +68,7 @@ class Transfers {
 
     /// Cancel what is under way on the endpoints, without waiting for its end.
     void cancel(EndpointSet endpoints);
-    /// Cancel what is under way on the endpoints, and wait until it has ended and its completions were
-    /// delivered.
+    /// Cancel what is under way on the endpoints, and wait until it has ended and its completions were delivered.
     void drain(EndpointSet endpoints);
 
     /// Whether the endpoint has stalled since it was last cleared. It refuses transfers meanwhile.

@@ -86,8 +86,8 @@ enum CFRunLoopRunResult : SInt32 {
 /// The calling thread's run loop; lives as long as the thread. Null when memory has run out.
 CFRunLoopRef CFRunLoopGetCurrent() noexcept;
 
-/// Attach a source to the loop or detach it; both on the loop's own thread. What completes while a source is detached
-/// waits in it.
+/// Attach a source to the loop, one at a time, or detach it; both on the loop's own thread. What completes while it is
+/// detached waits in it.
 void CFRunLoopAddSource(CFRunLoopRef loop, CFRunLoopSourceRef source, CFRunLoopMode mode) noexcept;
 void CFRunLoopRemoveSource(CFRunLoopRef loop, CFRunLoopSourceRef source, CFRunLoopMode mode) noexcept;
 
@@ -103,6 +103,9 @@ void CFRunLoopStop(CFRunLoopRef loop) noexcept;
 
 /// Give back an event source. Completions that still wait in it are dropped.
 void CFRelease(CFRunLoopSourceRef source) noexcept;
+
+/// Time since some fixed moment, in nanoseconds; never goes back.
+UInt64 mach_absolute_time() noexcept;
 
 /// Suspend the calling thread.
 void IOSleepMicroseconds(UInt32 microseconds) noexcept;
@@ -210,7 +213,8 @@ struct IOUSBInterfaceInterface {
     /// A control request on pipe 0. Blocks until done or timed out; may run beside a transfer on another pipe.
     IOReturn (*ControlRequestTO)(void* self, UInt8 pipe, IOUSBDevRequestTO* request);
 
-    IOReturn (*GetPipeStatus)(void* self, UInt8 pipe);  ///< 0 ready; kIOUSBPipeStalled; kIOUSBUnknownPipeErr
+    /// 0 ready; kIOUSBPipeStalled; kIOUSBUnknownPipeErr; kIOReturnNoDevice for a bulk pipe of a device that is gone.
+    IOReturn (*GetPipeStatus)(void* self, UInt8 pipe);
     /// Read up to *size bytes from a bulk pipe; on return *size is what arrived, whatever the status. Blocks
     /// until the device ends the transfer, the buffer is full, or `no_data_ms` pass without a byte (0: no
     /// limit). kIOReturnOverrun when the device sent more than fitted.

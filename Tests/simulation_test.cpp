@@ -75,7 +75,9 @@ TEST(Simulation, TwoCamerasAtOnceAsFastAsTheyGo) {
     // One is pulled out; the other does not notice.
     EXPECT_EQ(tovix_simulation_unplug(devices[0]), 0);
     EXPECT_GE(tovix_wait_for_capture_to_buffer(cameras[1]), 0);
-    EXPECT_EQ(tovix_wait_for_capture_to_buffer(cameras[0]), TOVIX_ENODATA);
+    std::int32_t index = 0;
+    while ((index = tovix_wait_for_capture_to_buffer(cameras[0])) >= 0) tovix_release_buffer(cameras[0], index);
+    EXPECT_EQ(index, TOVIX_ENODATA) << "after the frames that were complete";
     for (_tovix*& camera : cameras)
         EXPECT_EQ(tovix_camera_close(&camera), 0);
     tovix_simulation_end();

@@ -29,7 +29,7 @@ using io_iterator_t = io_object_t;  // a list of entries that is walked once
 constexpr mach_port_t MACH_PORT_NULL = 0;
 
 /// Obtain the port through which the registry is searched. A search sees the devices that are on the bus at
-/// that moment. Release with mach_port_deallocate. May block while the host lists its devices.
+/// that moment. Release with mach_port_deallocate.
 IOReturn IOMasterPort(mach_port_t bootstrap, mach_port_t* port) noexcept;
 
 /// The calling task; only mach_port_deallocate asks for it.
@@ -57,7 +57,7 @@ void CFDictionarySetValue(CFMutableDictionaryRef dictionary, const char* key, CF
 void CFRelease(CFNumberRef number) noexcept;
 void CFRelease(CFMutableDictionaryRef dictionary) noexcept;
 
-/// Find the devices that match, in the order of their place on the bus. Takes over the dictionary, whatever
+/// Find the devices that match, in the order of their place on the bus. May block while the host lists its devices. Takes over the dictionary, whatever
 /// the result. The iterator, which may be empty, is released with IOObjectRelease.
 IOReturn IOServiceGetMatchingServices(mach_port_t port, CFMutableDictionaryRef matching,
                                       io_iterator_t* iterator) noexcept;
@@ -194,7 +194,8 @@ struct IOUSBDeviceInterface197 {
     /// The descriptor of configuration `index`; stays valid as long as the object.
     IOReturn (*GetConfigurationDescriptorPtr)(void* self, UInt8 index, IOUSBConfigurationDescriptorPtr* descriptor);
     IOReturn (*SetConfiguration)(void* self, UInt8 value);
-    /// An iterator over the interfaces of the current configuration that match; release with IOObjectRelease.
+    /// An iterator over the interfaces of the current configuration; release with IOObjectRelease. This library asks for
+    /// any interface, so the request is not looked at.
     IOReturn (*CreateInterfaceIterator)(void* self, const IOUSBFindInterfaceRequest* request, io_iterator_t* iterator);
     /// A control request on the default pipe. Blocks until done or timed out.
     IOReturn (*DeviceRequestTO)(void* self, IOUSBDevRequestTO* request);

@@ -213,15 +213,21 @@ CFRunLoopSourceRef start_reading(_tovix* camera) TZ_REQUIRES(camera->stream.stre
     return created;
 }
 
+/// Whether a stop has been requested.
+bool usb_stream_stopping(_tovix* camera) {
+    const StreamLock lock(camera->stream.stream_mutex);
+    return static_cast<bool>(camera->stream.stream_stopping);
+}
+
 /// Deliver completions until a stop is requested or the camera is lost. While no read is out - one waits to be tried
 /// again, or all buffers are held - the loop runs in slices.
 void run_stream(_tovix* camera) {
-    for (;;) {
+    while (!usb_stream_stopping(camera)) {
         bool read_is_out = false;
         double slice_seconds = kIdleSliceSeconds;
         {
             const StreamLock lock(camera->stream.stream_mutex);
-            if (camera->stream.stream_stopping || camera->stream.camera_lost) return;
+            if (camera->stream.camera_lost) return;
             read_is_out = camera->stream.reads_in_flight != 0;
             if (retry_waits(camera)) slice_seconds = camera->stream.retry_pause_us / 1e6;
         }
@@ -265,11 +271,6 @@ void switch_video_off(_tovix* camera) {
 }
 
 }  // namespace
-
-bool usb_stream_stopping(_tovix* camera) {
-    const StreamLock lock(camera->stream.stream_mutex);
-    return static_cast<bool>(camera->stream.stream_stopping);
-}
 
 void usb_stream_resume_reading(_tovix* camera) {
     const bool idle = camera->stream.reads_in_flight == 0 && camera->stream.reading_index == -1;

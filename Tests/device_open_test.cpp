@@ -31,18 +31,18 @@ TEST(Open, ColourCodesDecideTheLayout) {
                  {27, 1, 11, "format: bggr\n"},
                  {7, 0, 0, "error: unsupported image format 7\n"},
                  {0xFFFFFFFF, 0, 0, "error: unsupported image format FFFFFFFF\n"}};
-    for (const auto& [code, is_color, color_id, printed] : cases) {
+    for (const auto& expected : cases) {
         SimulatedBus bus;
         Port& port = bus.attach("mira13c", DeviceOptions::State::kReady,
-                                [&](DeviceOptions& options) { options.camera.color_inquiry = code; });
+                                [&](DeviceOptions& options) { options.camera.color_inquiry = expected.code; });
         const std::string text = printed_by([&] {
             OpenCamera camera;
-            EXPECT_EQ(tovix_is_color(camera), static_cast<int>(is_color)) << code;
-            EXPECT_EQ(camera->color_id, color_id);
+            EXPECT_EQ(tovix_is_color(camera), static_cast<int>(expected.is_color)) << expected.code;
+            EXPECT_EQ(camera->color_id, expected.color_id);
         });
-        EXPECT_TRUE(contains(text, printed)) << code << ": " << text;
-        EXPECT_EQ(contains(text, "format"), *printed != '\0');
-        EXPECT_EQ(port.access()->registers().read(TOVIX_FO_COLOR_ID), color_id) << "told to the camera";
+        EXPECT_TRUE(contains(text, expected.printed)) << expected.code << ": " << text;
+        EXPECT_EQ(contains(text, "format"), *expected.printed != '\0');
+        EXPECT_EQ(port.access()->registers().read(TOVIX_FO_COLOR_ID), expected.color_id) << "told to the camera";
     }
 }
 

@@ -174,9 +174,10 @@ TEST(Messages, OfFormatsAndDataRates) {
         {Place::kRegisterRead, TOVIX_FO_KPS, [&] { return tovix_get_data_rate(camera, &rate); },
          "error: unable to read param 'TOVIX_FO_KPS'\n"},
     };
-    for (const auto& [place, address, call, printed] : cases) {
-        port.access()->faults().plant({.place = place, .kind = FaultKind::kStall, .address = address});
-        EXPECT_EQ(last_lines(printed_by([&] { EXPECT_EQ(call(), -1); }), printed), printed);
+    for (const auto& expected : cases) {
+        port.access()->faults().plant(
+            {.place = expected.place, .kind = FaultKind::kStall, .address = expected.address});
+        EXPECT_EQ(last_lines(printed_by([&] { EXPECT_EQ(expected.call(), -1); }), expected.printed), expected.printed);
     }
 }
 

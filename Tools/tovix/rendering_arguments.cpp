@@ -58,7 +58,8 @@ void RenderingArguments::add_to(CLI::App& command) {
     CLI::Option* const gain =
         add(add_number(command, "--gain", "G", options_.gain, 0.0, kMostGain, "Factor on the luminance (1)"));
     const auto take_gains = [this](const std::string& value) { options_.gains = parse_gains(value); };
-    add(command.add_option_function<std::string>("--gains", take_gains, "Factors on red, green and blue of a grey (1,1,1)"))
+    add(command.add_option_function<std::string>("--gains", take_gains,
+                                                 "Factors on red, green and blue of a grey (1,1,1)"))
         ->type_name("R,G,B")
         ->excludes(gain);
     add(add_number(command, "--gamma", "G", options_.gamma, 0.01, 10.0,

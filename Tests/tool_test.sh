@@ -240,6 +240,8 @@ rm told.txt
 refuses 'told has 16 bytes, but 5 x 4' told -o no.png --width 5 --height 4 --phase RGGB
 refuses '65535 x 65535 samples of 16 bits are 8589672450' told -o no.png --width 65535 --height 65535 --phase RGGB \
     --depth 16
+truncate -s 1G sparse
+refuses 'more than' sparse -o no.png --width 32768 --height 32768 --phase RGGB
 refuses '1 x 16 cannot' told -o no.png --width 1 --height 16 --phase none
 refuses 'has product ID 0x9999' "${one[@]}" -o no.png --product 0x9999
 refuses 'grey; leave out' "${one[@]}" -o no.png --method none --hue 3

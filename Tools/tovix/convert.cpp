@@ -12,6 +12,9 @@
 
 namespace {
 
+/// More than any sensor delivers, and little enough that frame and picture find room in memory.
+constexpr std::uint64_t kMaxFrameBytes = std::uint64_t{512} << 20;
+
 /// What an option says, or else the description.
 template <class Value>
 std::optional<Value> either(const std::optional<Value>& option, const std::optional<Value>& described) {
@@ -59,7 +62,7 @@ std::vector<std::uint8_t> read_samples(const InputFile& raw, const std::string& 
                            "--depth",
                            static_cast<unsigned long long>(raw.size()), layout.width, layout.height, layout.bits,
                            static_cast<unsigned long long>(layout.bytes())));
-    return raw.read(layout.bytes());
+    return raw.read(kMaxFrameBytes);
 }
 
 }  // namespace

@@ -91,13 +91,14 @@ TEST(BringUp, GoesStepByStepFromABareFx2) {
     std::string printed;
     const std::vector<std::string> lines = bring_up(bus, bus.attach("mira13c", State::kBare), &printed);
 
-    // Configuration, CPU held, 59 records of 16 bytes and one of 12, CPU released, off the bus and back.
+    // Descriptors, CPU held, 59 records of 16 bytes and one of 12, CPU released, off the bus, and back as a camera.
     std::size_t at = 0;
     const auto expect = [&](const std::string& line) {
         ASSERT_LT(at, lines.size());
         EXPECT_EQ(lines[at].substr(0, line.size()), line) << "transfer " << at;
         ++at;
     };
+    expect("control 80 06 value=0100 index=0000 length=18 done 18: 12 01 00 02 FF FF FF");
     expect("control 80 06 value=0200 index=0000 length=9 done 9: 09 02");
     expect("control 00 09 value=0001 index=0000 length=0 done 0:");
     expect("control 40 A0 value=E600 index=0000 length=1 done 1: 01");
@@ -108,6 +109,7 @@ TEST(BringUp, GoesStepByStepFromABareFx2) {
     expect("control 40 A0 value=E600 index=0000 length=1 done 1: 00");
     expect("detach");
     expect("attach");
+    expect("control 80 06 value=0100 index=0000 length=18 done 18: 12 01 00 02 FF 00 00");
     // Then the FPGA pass: open, control register, image, polls, and back to setting 0.
     const auto fpga = std::find(lines.begin() + static_cast<std::ptrdiff_t>(at), lines.end(),
                                 "control C0 12 value=0000 index=0008 length=4 done 4: 00 00 00 00");

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <set>
 
 #include "search.h"
 #include "simulated_bus.h"
@@ -11,6 +12,7 @@
 namespace {
 
 using namespace tovix::test;
+namespace simulator = tovix::simulator;
 using tovix::platform::Operation;
 
 bool contains(const std::string& text, const std::string& part) {
@@ -31,12 +33,8 @@ TEST(Open, ColourCodesDecideTheLayout) {
                  {0xFFFFFFFF, 0, 0, "error: unsupported image format FFFFFFFF\n"}};
     for (const auto& [code, is_color, color_id, printed] : cases) {
         SimulatedBus bus;
-        Port& port = bus.attach();
-        port.access()->faults().plant({.place = Place::kRegisterRead,
-                                       .kind = FaultKind::kHostileValue,
-                                       .address = TOVIX_FO_COLOR_INQ,
-                                       .times = Fault::kForEver,
-                                       .value = code});
+        Port& port = bus.attach("mira13c", DeviceOptions::State::kReady,
+                                [&](DeviceOptions& options) { options.camera.color_inquiry = code; });
         const std::string text = printed_by([&] {
             OpenCamera camera;
             EXPECT_EQ(tovix_is_color(camera), static_cast<int>(is_color)) << code;
@@ -193,15 +191,7 @@ void visit_cameras(SimulatedBus&) {
     tovix_enum_cameras(records, &count);
     _tovix* camera = nullptr;
     if (tovix_camera_open_any(&camera) == 0 && camera != nullptr) {
-        const _tovix_frame_format format{.x_offset = 0,
-                                         .y_offset = 0,
-                                         .width = 640,
-                                         .height = 480,
-                                         .pixel_format = 0,
-                                         .subsample_x = 1,
-                                         .reserved_x = 0,
-                                         .subsample_y = 1,
-                                         .reserved_y = 0};
+        const _tovix_frame_format format = format_of(640, 480);
         tovix_set_video_format(camera, &format);
         tovix_camera_close(&camera);
     }
@@ -235,18 +225,83 @@ TEST(Open, AnyFailingOperationLeavesNoObjectBehind) {
     }
 }
 
+/// The camera opens, as if nothing had been.
+void expect_healthy(SimulatedBus& bus, Port& port) {
+    bus->step(2'000'000);  // a device that got its firmware, or was pulled out, may still be on its way back
+    visit_cameras(bus);
+    _tovix* camera = nullptr;
+    EXPECT_EQ(tovix_camera_open_by_pid(&camera, 0x0203), 0);
+    EXPECT_NE(camera, nullptr);
+    EXPECT_TRUE(port.access()->attached());
+    tovix_camera_close(&camera);
+}
+
 TEST(Open, ADeviceThatFailsAtAnyTransferIsLeftCleanly) {
-    for (const FaultKind kind : {FaultKind::kStall, FaultKind::kTimeout, FaultKind::kShortAnswer,
-                                 FaultKind::kEmptyAnswer, FaultKind::kUnplug, FaultKind::kReplug}) {
-        for (const Place place : {Place::kMemoryWrite, Place::kRegisterRead, Place::kRegisterWrite, Place::kDescriptor,
-                                  Place::kSetConfiguration, Place::kSetAlternate, Place::kClearHalt, Place::kBulkOut}) {
-            for (std::uint32_t skip = 0; skip < 60; skip += 1 + skip / 8) {
-                SimulatedBus bus;
-                Port& port = bus.attach("mira13c", DeviceOptions::State::kBare);
-                port.access()->faults().plant({.place = place, .kind = kind, .skip = skip});
-                StderrCapture quiet;
-                visit_cameras(bus);
+    for (std::size_t i = 0; i < simulator::kPlaces * simulator::kFaultKinds; ++i) {
+        const auto place = static_cast<Place>(i / simulator::kFaultKinds);
+        const auto kind = static_cast<FaultKind>(i % simulator::kFaultKinds);
+        if (!simulator::is_possible(place, kind) || place == Place::kMoment) continue;
+        bool strikes = true;
+        for (std::uint32_t skip = 0; strikes; ++skip) {  // the first transfer of its sort fails, then the second, ...
+            SCOPED_TRACE(testing::Message() << "place " << i / simulator::kFaultKinds << ", kind "
+                                            << i % simulator::kFaultKinds << ", skip " << skip);
+            SimulatedBus bus;
+            Port& port = bus.attach("lyra03c", DeviceOptions::State::kBare);
+            port.access().plant({.place = place, .kind = kind, .skip = skip, .value = 0xFFFFFFFF});
+            StderrCapture quiet;
+            visit_cameras(bus);
+            {
+                const auto device = port.access();
+                strikes = !device->faults().pending() && !device.host_faults().pending();
+                device.clear_faults();
             }
+            if (kind == FaultKind::kUnplug) port.access()->plug_in();
+            if (kind == FaultKind::kHostileValue) port.access()->replug();  // its identity is asked for once
+            expect_healthy(bus, port);
+        }
+    }
+}
+
+/// Registers that an open, a stream and a close read.
+std::set<std::uint16_t> registers_read() {
+    SimulatedBus bus(Pace::kAsFastAsItGoes);
+    std::set<std::uint16_t> addresses;
+    Port& port = bus.attach("lyra03c");
+    port.access()->set_observer([&](const simulator::Transfer& transfer) {
+        if (transfer.setup.request_type == (simulator::usb::kToHost | simulator::usb::kVendorType))
+            addresses.insert(transfer.setup.index);
+    });
+    OpenCamera camera;
+    EXPECT_EQ(tovix_enable_streaming(camera), 0);
+    EXPECT_EQ(tovix_start_streaming(camera), 0);
+    EXPECT_EQ(tovix_stop_streaming(camera), 0);
+    port.access()->set_observer({});
+    return addresses;
+}
+
+TEST(Open, HostileRegistersDoNoHarm) {
+    const std::set<std::uint16_t> addresses = registers_read();
+    EXPECT_GE(addresses.size(), 10u);
+    for (const std::uint16_t address : addresses) {
+        for (const std::uint32_t value : {0u, 1u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu}) {
+            SCOPED_TRACE(testing::Message() << std::hex << address << " answers " << value);
+            SimulatedBus bus(Pace::kAsFastAsItGoes);
+            Port& port = bus.attach("lyra03c");
+            port.access().plant({.place = Place::kRegisterRead,
+                                 .kind = FaultKind::kHostileValue,
+                                 .address = address,
+                                 .times = Fault::kForEver,
+                                 .value = value});
+            StderrCapture quiet;
+            _tovix* camera = nullptr;
+            const bool opened = tovix_camera_open_any(&camera) == 0;
+            EXPECT_EQ(opened, camera != nullptr);
+            if (opened && tovix_enable_streaming(camera) == 0 && tovix_start_streaming(camera) == 0) {
+                EXPECT_EQ(tovix_stop_streaming(camera), 0);
+            }
+            tovix_camera_close(&camera);
+            port.access().clear_faults();
+            expect_healthy(bus, port);
         }
     }
 }

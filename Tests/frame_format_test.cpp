@@ -11,15 +11,14 @@ using namespace tovix::test;
 
 _tovix_frame_format area(std::uint32_t width, std::uint32_t height, std::uint16_t subsample_x = 1,
                          std::uint16_t subsample_y = 1) {
-    return {.x_offset = 16,
-            .y_offset = 8,
-            .width = width,
-            .height = height,
-            .pixel_format = 9,
-            .subsample_x = subsample_x,
-            .reserved_x = 5,
-            .subsample_y = subsample_y,
-            .reserved_y = 5};
+    _tovix_frame_format format = format_of(width, height);
+    format.x_offset = 16;
+    format.y_offset = 8;
+    format.pixel_format = 9;
+    format.subsample_x = subsample_x;
+    format.subsample_y = subsample_y;
+    format.reserved_x = format.reserved_y = 5;
+    return format;
 }
 
 TEST(FrameFormat, IsWrittenReadBackAndDivided) {

@@ -155,15 +155,7 @@ TEST(Messages, OfFormatsAndDataRates) {
     SimulatedBus bus;
     Port& port = bus.attach("mira13c");
     OpenCamera camera;
-    const _tovix_frame_format format{.x_offset = 0,
-                                     .y_offset = 0,
-                                     .width = 64,
-                                     .height = 16,
-                                     .pixel_format = 0,
-                                     .subsample_x = 1,
-                                     .reserved_x = 0,
-                                     .subsample_y = 1,
-                                     .reserved_y = 0};
+    const _tovix_frame_format format = format_of(64, 16);
     std::uint32_t rate = 0;
     const struct {
         Place place;

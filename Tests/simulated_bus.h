@@ -11,7 +11,8 @@
 #include <vector>
 
 #include "backend.h"
-#include "simulation.h"
+#include "bus.h"
+#include "tovixapi/simulation.h"
 #include "tovixapi/tovixapi.h"
 
 namespace tovix::test {
@@ -24,6 +25,30 @@ using simulator::Pace;
 using simulator::Place;
 using simulator::Port;
 
+/// A camera of that model without noise; ready to be opened unless told otherwise.
+inline DeviceOptions options_of(std::string_view model, DeviceOptions::State state = DeviceOptions::State::kReady) {
+    simulator::Model found;
+    EXPECT_TRUE(simulator::find_model(model, found)) << model;
+    DeviceOptions options;
+    options.camera = simulator::CameraSetup::of(found);
+    options.camera.noise = 0;
+    options.state = state;
+    return options;
+}
+
+/// A format of that size at the sensor's corner, with nothing left out.
+inline _tovix_frame_format format_of(std::uint32_t width, std::uint32_t height) {
+    return {.x_offset = 0,
+            .y_offset = 0,
+            .width = width,
+            .height = height,
+            .pixel_format = 0,
+            .subsample_x = 1,
+            .reserved_x = 0,
+            .subsample_y = 1,
+            .reserved_y = 0};
+}
+
 class SimulatedBus {
   public:
     explicit SimulatedBus(Pace pace = Pace::kStepped) : bus_(pace) { tz_platform_select(&bus_); }
@@ -34,16 +59,10 @@ class SimulatedBus {
     SimulatedBus(const SimulatedBus&) = delete;
     SimulatedBus& operator=(const SimulatedBus&) = delete;
 
-    /// A camera of that model; ready to be opened unless told otherwise.
     Port& attach(std::string_view model = "mira13c", DeviceOptions::State state = DeviceOptions::State::kReady,
                  const std::function<void(DeviceOptions&)>& change = {}) {
-        DeviceOptions options;
-        simulator::Model found;
-        EXPECT_TRUE(simulator::find_model(model, found)) << model;
-        options.camera = simulator::CameraSetup::of(found);
+        DeviceOptions options = options_of(model, state);
         options.camera.serial_number = ++serial_;
-        options.camera.noise = 0;
-        options.state = state;
         if (change) change(options);
         return *ports_.emplace_back(bus_.plug_in(std::move(options)));
     }

@@ -3,8 +3,12 @@
 #include "tovixapi/simulation.h"
 
 #include <gtest/gtest.h>
+#include <png.h>
+#include <unistd.h>
 
-#include <cstring>
+#include <cstddef>
+#include <cstdio>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -38,10 +42,143 @@ TEST(Simulation, RefusesWhatItCannotDo) {
     for (std::uint32_t i = 0; i < 33; ++i)
         EXPECT_NE(tovix_simulation_model_name(i), nullptr);
     EXPECT_EQ(tovix_simulation_model_name(33), nullptr);
+    options = options_of(nullptr, TOVIX_SIMULATED_READY);
+    options.size = 0;
+    EXPECT_EQ(tovix_simulation_attach(&options, nullptr), TOVIX_EINVAL);
     tovix_simulated_fault fault{};
     EXPECT_EQ(tovix_simulation_plant_fault(nullptr, &fault), TOVIX_EFAIL);
     tovix_simulation_end();
     tovix_simulation_end();
+}
+
+TEST(Simulation, FaultsArePlantedWhereTheyMeanSomething) {
+    ASSERT_EQ(tovix_simulation_begin(TOVIX_SIMULATION_STEPPED), 0);
+    tovix_simulated_camera* device = nullptr;
+    const tovix_simulated_options options = options_of(nullptr, TOVIX_SIMULATED_READY);
+    ASSERT_EQ(tovix_simulation_attach(&options, &device), 0);
+    const struct {
+        int place, kind;
+        std::int32_t result;
+    } cases[] = {
+        {TOVIX_FAULT_AT_MEMORY_WRITE, TOVIX_FAULT_HOSTILE, TOVIX_EINVAL},
+        {TOVIX_FAULT_AT_REGISTER_READ, TOVIX_FAULT_HOSTILE, 0},
+        {TOVIX_FAULT_AT_REGISTER_WRITE, TOVIX_FAULT_HOSTILE, TOVIX_EINVAL},
+        {TOVIX_FAULT_AT_REGISTER_WRITE, TOVIX_FAULT_OVERRUN, 0},
+        {TOVIX_FAULT_AT_DESCRIPTOR, TOVIX_FAULT_OVERRUN, 0},
+        {TOVIX_FAULT_AT_DESCRIPTOR, TOVIX_FAULT_REFUSED, TOVIX_EINVAL},
+        {TOVIX_FAULT_AT_SET_CONFIGURATION, TOVIX_FAULT_BUSY, TOVIX_EINVAL},
+        {TOVIX_FAULT_AT_SET_ALTERNATE, TOVIX_FAULT_SHORT, TOVIX_EINVAL},
+        {TOVIX_FAULT_AT_CLEAR_HALT, TOVIX_FAULT_UNPLUG, 0},
+        {TOVIX_FAULT_AT_BULK_OUT, TOVIX_FAULT_OVERRUN, TOVIX_EINVAL},
+        {TOVIX_FAULT_AT_BULK_IN, TOVIX_FAULT_HOSTILE, 0},
+        {TOVIX_FAULT_AT_OPEN, TOVIX_FAULT_STALL, TOVIX_EINVAL},
+        {TOVIX_FAULT_AT_QUEUE_READ, TOVIX_FAULT_BUSY, 0},
+        {TOVIX_FAULT_AT_MOMENT, TOVIX_FAULT_STALL, TOVIX_EINVAL},
+        {TOVIX_FAULT_AT_MOMENT, TOVIX_FAULT_UNPLUG, 0},
+        {TOVIX_FAULT_AT_MOMENT + 1, TOVIX_FAULT_UNPLUG, TOVIX_EINVAL},
+        {TOVIX_FAULT_AT_OPEN, TOVIX_FAULT_BUSY + 1, TOVIX_EINVAL},
+    };
+    tovix_simulated_fault fault{};
+    fault.delay_us = 1000;  // none strikes before it is cleared
+    for (const auto& [place, kind, result] : cases) {
+        fault.place = static_cast<std::uint32_t>(place);
+        fault.kind = static_cast<std::uint32_t>(kind);
+        fault.size = sizeof fault;
+        EXPECT_EQ(tovix_simulation_plant_fault(device, &fault), result) << place << ", " << kind;
+        fault.size = 0;
+        EXPECT_EQ(tovix_simulation_plant_fault(device, &fault), TOVIX_EINVAL);
+    }
+    EXPECT_EQ(tovix_simulation_clear_faults(device), 0);
+
+    // A record of a size, a place and a kind is enough: the next one, wherever, whenever.
+    std::uint32_t count = 0;
+    fault = {.size = offsetof(tovix_simulated_fault, address),
+             .place = TOVIX_FAULT_AT_OPEN,
+             .kind = TOVIX_FAULT_REFUSED,
+             .address = 0,
+             .skip = 9,
+             .times = 9,
+             .value = 0,
+             .delay_us = 9};
+    ASSERT_EQ(tovix_simulation_plant_fault(device, &fault), 0);
+    printed_by([&] { EXPECT_EQ(tovix_enum_cameras(nullptr, &count), 0); });
+    EXPECT_EQ(tovix_enum_cameras(nullptr, &count), 1);
+    fault.place = TOVIX_FAULT_AT_MOMENT;
+    fault.kind = TOVIX_FAULT_UNPLUG;
+    ASSERT_EQ(tovix_simulation_plant_fault(device, &fault), 0);
+    ASSERT_EQ(tovix_simulation_step(1), 0);
+    count = 0;
+    EXPECT_EQ(tovix_enum_cameras(nullptr, &count), 0);
+    tovix_simulation_end();
+}
+
+struct Shot {
+    std::vector<std::vector<std::uint8_t>> frames;
+    std::uint32_t high_speed;
+};
+
+/// Two frames of the smallest monochrome camera.
+Shot shoot(const std::function<void(tovix_simulated_options&)>& change) {
+    Shot shot{};
+    tovix_simulated_options options{};
+    options.size = sizeof options;
+    options.model = "lyra03m";
+    options.state = TOVIX_SIMULATED_READY;
+    options.noise = -1;
+    change(options);
+    EXPECT_EQ(tovix_simulation_begin(TOVIX_SIMULATION_FAST), 0);
+    EXPECT_EQ(tovix_simulation_attach(&options, nullptr), 0);
+    _tovix* camera = nullptr;
+    EXPECT_EQ(tovix_camera_open_any(&camera), 0);
+    EXPECT_EQ(tovix_enable_streaming(camera), 0);
+    EXPECT_EQ(tovix_start_streaming(camera), 0);
+    while (shot.frames.size() < 2) {
+        const std::int32_t index = tovix_wait_for_capture_to_buffer(camera);
+        if (index < 0) break;
+        const std::uint8_t* const data = tovix_get_buffer_address(camera, index);
+        shot.frames.emplace_back(data, data + tovix_get_video_frame_size(camera));
+        tovix_release_buffer(camera, index);
+    }
+    tovix_version version{};
+    EXPECT_EQ(tovix_get_version(camera, &version), 0);
+    shot.high_speed = version.high_speed;
+    EXPECT_EQ(tovix_camera_close(&camera), 0);
+    tovix_simulation_end();
+    EXPECT_EQ(shot.frames.size(), 2u);
+    shot.frames.resize(2, std::vector<std::uint8_t>(640 * 480));
+    return shot;
+}
+
+TEST(Simulation, OptionsShowInThePicture) {
+    // The left half of the picture is black, the right half white.
+    const std::string path = testing::TempDir() + "simulation_test_" + std::to_string(getpid()) + ".png";
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    image.width = 4, image.height = 3, image.format = PNG_FORMAT_GRAY;
+    const std::uint8_t pixels[12] = {0, 0, 255, 255, 0, 0, 255, 255, 0, 0, 255, 255};
+    ASSERT_TRUE(png_image_write_to_file(&image, path.c_str(), 0, pixels, 0, nullptr));
+
+    const auto level = [](const Shot& shot, std::size_t column) { return shot.frames[0][640 * 240 + column]; };
+    const auto of_picture = [&](const std::function<void(tovix_simulated_options&)>& change) {
+        return shoot([&](tovix_simulated_options& options) {
+            options.picture = path.c_str();
+            change(options);
+        });
+    };
+    const Shot plain = of_picture([](auto&) {});
+    EXPECT_EQ(plain.high_speed, 1u);
+    EXPECT_EQ(plain.frames[0], plain.frames[1]) << "without noise";
+    for (const auto& [column, expected] : {std::pair{0, 1}, {319, 1}, {320, 243}, {639, 243}})
+        EXPECT_EQ(level(plain, static_cast<std::size_t>(column)), expected) << column;
+    EXPECT_EQ(level(of_picture([](auto& options) { options.light[2] = 1; }), 639), 74) << "blue light alone";
+    const Shot noisy = of_picture([](auto& options) { options.noise = 5; });
+    EXPECT_NE(noisy.frames[0], plain.frames[0]);
+    const Shot blurred = of_picture([](auto& options) { options.blur = 4; });
+    EXPECT_NEAR(level(blurred, 320 - 4), 243 * 0.18, 5);
+    EXPECT_NEAR(level(blurred, 320 + 3), 243 * 0.82, 5);
+    EXPECT_EQ(of_picture([](auto& options) { options.full_speed = 1; }).high_speed, 0u);
+    EXPECT_NE(shoot([](auto&) {}).frames[0], plain.frames[0]) << "the test chart";
+    std::remove(path.c_str());
 }
 
 TEST(Simulation, TwoCamerasAtOnceAsFastAsTheyGo) {
@@ -75,7 +212,10 @@ TEST(Simulation, TwoCamerasAtOnceAsFastAsTheyGo) {
     // One is pulled out; the other does not notice.
     EXPECT_EQ(tovix_simulation_unplug(devices[0]), 0);
     EXPECT_GE(tovix_wait_for_capture_to_buffer(cameras[1]), 0);
-    EXPECT_EQ(tovix_wait_for_capture_to_buffer(cameras[0]), TOVIX_ENODATA);
+    std::int32_t index = 0;
+    while ((index = tovix_wait_for_capture_to_buffer(cameras[0])) >= 0)  // what came before it was pulled out
+        EXPECT_EQ(tovix_release_buffer(cameras[0], index), 0);
+    EXPECT_EQ(index, TOVIX_ENODATA);
     for (_tovix*& camera : cameras)
         EXPECT_EQ(tovix_camera_close(&camera), 0);
     tovix_simulation_end();
@@ -87,7 +227,7 @@ TEST(Simulation, FaultsComeWhereAndWhenTheyWerePlanted) {
     tovix_simulated_camera* device = nullptr;
     ASSERT_EQ(tovix_simulation_attach(&options, &device), 0);
     tovix_simulated_fault fault{.size = sizeof fault,
-                                .place = TOVIX_FAULT_OPEN,
+                                .place = TOVIX_FAULT_AT_OPEN,
                                 .kind = TOVIX_FAULT_REFUSED,
                                 .address = UINT32_MAX,
                                 .skip = 0,
@@ -104,9 +244,7 @@ TEST(Simulation, FaultsComeWhereAndWhenTheyWerePlanted) {
             std::string("usb_open_device: usb device open error: ") + reason + "\nerror: unable to open usb device\n");
         EXPECT_EQ(camera, nullptr);
     }
-    fault.place = TOVIX_FAULT_MOMENT;
-    EXPECT_EQ(tovix_simulation_plant_fault(device, &fault), TOVIX_EINVAL)
-        << "only coming and going happen by themselves";
+    fault.place = TOVIX_FAULT_AT_MOMENT;
     fault.kind = TOVIX_FAULT_REPLUG;
     fault.delay_us = 2'000'000;
     ASSERT_EQ(tovix_simulation_plant_fault(device, &fault), 0);

@@ -13,7 +13,8 @@
 #include <fstream>
 #include <string>
 
-#include "simulation.h"
+#include "backend.h"
+#include "tovixapi/simulation.h"
 #include "tovixapi/tovixapi.h"
 
 namespace {

@@ -17,15 +17,7 @@ constexpr std::int64_t kFramePeriodUs = 10'000;
 class StreamTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        const _tovix_frame_format format{.x_offset = 0,
-                                         .y_offset = 0,
-                                         .width = 64,
-                                         .height = 16,
-                                         .pixel_format = 0,
-                                         .subsample_x = 1,
-                                         .reserved_x = 0,
-                                         .subsample_y = 1,
-                                         .reserved_y = 0};
+        const _tovix_frame_format format = format_of(64, 16);
         ASSERT_EQ(tovix_set_video_format(camera, &format), 0);
     }
 

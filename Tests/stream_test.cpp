@@ -120,6 +120,10 @@ TEST_F(StreamTest, StopWakesAWaiterWithTheDrainedFrame) {
     EXPECT_EQ(next_frame(), 0);
     std::atomic<std::int32_t> waited{0};
     std::thread waiter([&] { waited = tovix_wait_for_capture_to_buffer(camera); });
+    ASSERT_TRUE(eventually([&] {
+        const StreamLock lock(camera->stream.stream_mutex);
+        return camera->stream.waiters == 1;
+    }));
     EXPECT_EQ(stop(), 0);
     waiter.join();
     EXPECT_EQ(waited, TOVIX_ENODATA);

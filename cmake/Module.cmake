@@ -4,7 +4,7 @@
 
 add_library(tovix_flags INTERFACE)
 target_compile_features(tovix_flags INTERFACE cxx_std_20 c_std_11)
-target_compile_options(tovix_flags INTERFACE -Wall -Wextra -Wconversion -Wshadow -Wpedantic -Werror)
+target_compile_options(tovix_flags INTERFACE -Wall -Wextra -Wconversion -Wshadow -Wpedantic)
 target_compile_options(tovix_flags INTERFACE $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-Wthread-safety>)
 target_include_directories(tovix_flags INTERFACE ${PROJECT_SOURCE_DIR}/Include)
 

@@ -24,6 +24,10 @@ void tz_platform_select(tovix::platform::Backend* stack) noexcept {
     tovix::platform::selected_backend.store(stack, std::memory_order_release);
 }
 
+UInt64 mach_absolute_time() noexcept {
+    return static_cast<UInt64>(tovix::platform::backend().now_us()) * 1000;
+}
+
 void IOSleepMicroseconds(UInt32 microseconds) noexcept {
     tovix::platform::backend().sleep_us(microseconds);
 }

@@ -38,8 +38,8 @@ struct DeviceIdentity {
 class AsyncRead {
   public:
     virtual ~AsyncRead() = default;
-    /// Called exactly once for each accepted read, from any thread, with no lock of the back end held that a
-    /// call into the back end takes. It only queues; it never blocks.
+    /// Called exactly once for each accepted read, from any thread. It only queues: it never blocks, and calls nothing
+    /// of the back end.
     virtual void complete(IOReturn status, UInt32 bytes) noexcept = 0;
 
     UInt8* data = nullptr;
@@ -145,4 +145,4 @@ extern "C" __attribute__((visibility("default"))) void tz_platform_select(tovix:
 
 /// Entries, iterators, dictionaries, plug-ins, devices, interfaces and event sources that were handed out and not yet
 /// released.
-extern "C" __attribute__((visibility("default"))) long tz_platform_objects_alive() noexcept;
+extern "C" long tz_platform_objects_alive() noexcept;

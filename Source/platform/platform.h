@@ -29,7 +29,7 @@ using io_iterator_t = io_object_t;  // a list of entries that is walked once
 constexpr mach_port_t MACH_PORT_NULL = 0;
 
 /// Obtain the port through which the registry is searched. A search sees the devices that are on the bus at
-/// that moment. Release with mach_port_deallocate. May block while the host lists its devices.
+/// that moment. Release with mach_port_deallocate.
 IOReturn IOMasterPort(mach_port_t bootstrap, mach_port_t* port) noexcept;
 
 /// The calling task; only mach_port_deallocate asks for it.
@@ -57,7 +57,7 @@ void CFDictionarySetValue(CFMutableDictionaryRef dictionary, const char* key, CF
 void CFRelease(CFNumberRef number) noexcept;
 void CFRelease(CFMutableDictionaryRef dictionary) noexcept;
 
-/// Find the devices that match, in the order of their place on the bus. Takes over the dictionary, whatever
+/// Find the devices that match, in the order of their place on the bus. May block while the host lists its devices. Takes over the dictionary, whatever
 /// the result. The iterator, which may be empty, is released with IOObjectRelease.
 IOReturn IOServiceGetMatchingServices(mach_port_t port, CFMutableDictionaryRef matching,
                                       io_iterator_t* iterator) noexcept;
@@ -86,8 +86,8 @@ enum CFRunLoopRunResult : SInt32 {
 /// The calling thread's run loop; lives as long as the thread. Null when memory has run out.
 CFRunLoopRef CFRunLoopGetCurrent() noexcept;
 
-/// Attach a source to the loop or detach it; both on the loop's own thread. What completes while a source is detached
-/// waits in it.
+/// Attach a source to the loop, one at a time, or detach it; both on the loop's own thread. What completes while it is
+/// detached waits in it.
 void CFRunLoopAddSource(CFRunLoopRef loop, CFRunLoopSourceRef source, CFRunLoopMode mode) noexcept;
 void CFRunLoopRemoveSource(CFRunLoopRef loop, CFRunLoopSourceRef source, CFRunLoopMode mode) noexcept;
 
@@ -103,6 +103,9 @@ void CFRunLoopStop(CFRunLoopRef loop) noexcept;
 
 /// Give back an event source. Completions that still wait in it are dropped.
 void CFRelease(CFRunLoopSourceRef source) noexcept;
+
+/// Time since some fixed moment, in nanoseconds; never goes back.
+UInt64 mach_absolute_time() noexcept;
 
 /// Suspend the calling thread.
 void IOSleepMicroseconds(UInt32 microseconds) noexcept;
@@ -191,7 +194,8 @@ struct IOUSBDeviceInterface197 {
     /// The descriptor of configuration `index`; stays valid as long as the object.
     IOReturn (*GetConfigurationDescriptorPtr)(void* self, UInt8 index, IOUSBConfigurationDescriptorPtr* descriptor);
     IOReturn (*SetConfiguration)(void* self, UInt8 value);
-    /// An iterator over the interfaces of the current configuration that match; release with IOObjectRelease.
+    /// An iterator over the interfaces of the current configuration; release with IOObjectRelease. This library asks for
+    /// any interface, so the request is not looked at.
     IOReturn (*CreateInterfaceIterator)(void* self, const IOUSBFindInterfaceRequest* request, io_iterator_t* iterator);
     /// A control request on the default pipe. Blocks until done or timed out.
     IOReturn (*DeviceRequestTO)(void* self, IOUSBDevRequestTO* request);
@@ -210,7 +214,8 @@ struct IOUSBInterfaceInterface {
     /// A control request on pipe 0. Blocks until done or timed out; may run beside a transfer on another pipe.
     IOReturn (*ControlRequestTO)(void* self, UInt8 pipe, IOUSBDevRequestTO* request);
 
-    IOReturn (*GetPipeStatus)(void* self, UInt8 pipe);  ///< 0 ready; kIOUSBPipeStalled; kIOUSBUnknownPipeErr
+    /// 0 ready; kIOUSBPipeStalled; kIOUSBUnknownPipeErr; kIOReturnNoDevice for a bulk pipe of a device that is gone.
+    IOReturn (*GetPipeStatus)(void* self, UInt8 pipe);
     /// Read up to *size bytes from a bulk pipe; on return *size is what arrived, whatever the status. Blocks
     /// until the device ends the transfer, the buffer is full, or `no_data_ms` pass without a byte (0: no
     /// limit). kIOReturnOverrun when the device sent more than fitted.

@@ -21,9 +21,7 @@ namespace tovix::platform {
 
 namespace {
 
-struct Port : Counted {
-    std::vector<std::shared_ptr<HostDevice>> devices;
-};
+struct Port : Counted {};
 
 using Object = std::variant<std::shared_ptr<Port>, std::shared_ptr<Service>, std::shared_ptr<Iterator>>;
 

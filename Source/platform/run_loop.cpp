@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "run_loop.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "objects.h"
@@ -60,13 +59,9 @@ void CFRunLoop::stop() noexcept {
 }
 
 bool CFRunLoop::deliver_one() noexcept {
-    for (std::size_t i = 0; i < queues.size(); ++i) {  // a callback may change the list
-        if (const auto read = queues[i]->take()) {
-            read->callback(read->refcon, read->result, read->bytes_done);
-            return true;
-        }
-    }
-    return false;
+    const auto read = queue ? queue->take() : nullptr;
+    if (read) read->callback(read->refcon, read->result, read->bytes_done);
+    return read != nullptr;
 }
 
 CFRunLoopRunResult CFRunLoop::run(const std::int64_t* deadline_us, bool return_after_source) noexcept {
@@ -96,13 +91,13 @@ CFRunLoopRef CFRunLoopGetCurrent() noexcept {
 }
 
 void CFRunLoopAddSource(CFRunLoopRef loop, CFRunLoopSourceRef source, CFRunLoopMode) noexcept {
-    loop->queues.push_back(source->queue);
+    loop->queue = source->queue;
     source->queue->attach(loop);
 }
 
 void CFRunLoopRemoveSource(CFRunLoopRef loop, CFRunLoopSourceRef source, CFRunLoopMode) noexcept {
     source->queue->attach(nullptr);
-    std::erase(loop->queues, source->queue);
+    loop->queue.reset();
 }
 
 void CFRunLoopRun() noexcept {

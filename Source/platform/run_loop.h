@@ -8,10 +8,8 @@
 #pragma once
 
 #include <condition_variable>
-#include <deque>
 #include <memory>
 #include <mutex>
-#include <vector>
 
 #include "backend.h"
 #include "platform.h"
@@ -56,7 +54,7 @@ struct CFRunLoop {
     /// Deliver completions until stopped, the deadline passes (if there is one), or one was delivered (if asked).
     CFRunLoopRunResult run(const std::int64_t* deadline_us, bool return_after_source) noexcept;
 
-    std::vector<std::shared_ptr<tovix::platform::CompletionQueue>> queues;  // only the loop's own thread
+    std::shared_ptr<tovix::platform::CompletionQueue> queue;  // of the attached source; only the loop's own thread
 
   private:
     bool deliver_one() noexcept;

@@ -9,6 +9,7 @@
 using UInt8 = std::uint8_t;
 using UInt16 = std::uint16_t;
 using UInt32 = std::uint32_t;
+using UInt64 = std::uint64_t;
 using SInt32 = std::int32_t;
 
 using IOReturn = std::int32_t;

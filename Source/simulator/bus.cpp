@@ -33,6 +33,15 @@ Port::Access::~Access() {
     port_.changed_.notify_all();
 }
 
+void Port::Access::plant(const Fault& fault) const {
+    (is_of_host(fault.place) ? port_.host_faults_ : port_.device_.faults()).plant(fault);
+}
+
+void Port::Access::clear_faults() const {
+    port_.host_faults_.clear();
+    port_.device_.faults().clear();
+}
+
 void Port::run() {
     std::unique_lock lock(mutex_);
     while (!quit_) {
@@ -41,7 +50,7 @@ void Port::run() {
         const std::int64_t wait_us = next_us - clock_.now_us();
         if (wanted_ != 0) {
             changed_.wait_for(lock, std::chrono::milliseconds(1));
-        } else if (next_us == Device::kNever) {
+        } else if (next_us == kNever) {
             changed_.wait(lock);
         } else if (clock_.jumps()) {
             clock_.jump(wait_us);
@@ -124,7 +133,7 @@ IOReturn Bus::intercept(platform::Operation operation) {
 
 IOReturn Bus::devices(std::vector<std::shared_ptr<platform::HostDevice>>& found) {
     for (const auto& port : ports()) {
-        if (port->access()->attached()) found.push_back(std::make_shared<SimulatedHostDevice>(port));
+        if (auto device = SimulatedHostDevice::in(port)) found.push_back(std::move(device));
     }
     return kIOReturnSuccess;
 }

@@ -5,6 +5,7 @@
 // port gives the device its time; in stepped time whoever steps or sleeps does.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <list>
 #include <memory>
@@ -14,7 +15,7 @@
 
 #include "backend.h"
 #include "clock.h"
-#include "device.h"
+#include "simulated_device.h"
 
 namespace tovix::simulator {
 
@@ -38,6 +39,11 @@ class Port {
         Device* operator->() const { return &port_.device_; }
         Device& operator*() const { return port_.device_; }
 
+        FaultPlan& host_faults() const { return port_.host_faults_; }
+        /// In the plan of the device or of the host, as its place says.
+        void plant(const Fault& fault) const;
+        void clear_faults() const;
+
       private:
         Port& port_;
         std::unique_lock<std::mutex> lock_;
@@ -51,16 +57,19 @@ class Port {
     Clock& clock_;
     std::mutex mutex_;
     std::condition_variable changed_;
-    std::atomic<int> wanted_{0};         // accesses that wait for the lock; the port's thread makes way for them
-    Device device_;                      // guarded by mutex_
-    const void* holder_ = nullptr;       // guarded by mutex_: who has the device open
-    std::uint32_t held_generation_ = 0;  // guarded by mutex_
-    std::list<std::unique_ptr<HostRead>> pending_;  // guarded by mutex_: asynchronous reads
-    bool quit_ = false;                             // guarded by mutex_
+    std::atomic<int> wanted_{0};  // accesses that wait for the lock; the port's thread makes way for them
+    Device device_;               // guarded by mutex_
+    FaultPlan host_faults_;       // guarded by mutex_
+    std::array<std::uint8_t, usb::kDeviceDescriptorBytes> descriptor_{};  // guarded by mutex_: as the host read it
+    std::uint32_t described_generation_ = 0;                              // guarded by mutex_: of what it is
+    const void* holder_ = nullptr;                                        // guarded by mutex_: who has the device open
+    std::uint32_t held_generation_ = 0;                                   // guarded by mutex_
+    std::list<std::unique_ptr<HostRead>> pending_;                        // guarded by mutex_: asynchronous reads
+    bool quit_ = false;                                                   // guarded by mutex_
     std::thread thread_;
 };
 
-/// A platform operation that is made to fail, whatever the device does.
+/// A platform operation that is made to fail, whatever the device and the host would have done.
 struct OperationFault {
     platform::Operation operation = platform::Operation::kCount;  // kCount: any
     std::uint32_t skip = 0;

@@ -15,6 +15,8 @@ enum class Pace : std::uint8_t {
     kAsFastAsItGoes  // whoever waits for the next frame jumps to it; else time passes as usual
 };
 
+inline constexpr std::int64_t kNever = INT64_MAX;
+
 /// Microseconds since the bus came up. Any thread.
 class Clock {
   public:

@@ -11,9 +11,6 @@ namespace tovix::simulator {
 
 namespace {
 
-constexpr UInt8 kStandardOut = 0x00, kStandardIn = 0x80, kToInterface = 0x01, kToEndpoint = 0x02;
-constexpr UInt8 kClearFeature = 1, kGetDescriptor = 6, kSetConfiguration = 9, kSetInterface = 11;
-constexpr UInt16 kConfigurationType = 0x0200;
 constexpr UInt32 kHostTimeoutMs = 5000;  // of requests that the host makes by itself
 
 IOReturn status_of(Outcome outcome) {
@@ -27,25 +24,10 @@ IOReturn status_of(Outcome outcome) {
     return kIOReturnError;
 }
 
-/// What a fault makes of an operation that is the host's alone.
-IOReturn status_of(FaultKind fault) {
-    switch (fault) {
-        case FaultKind::kRefused: return kIOReturnNotPermitted;
-        case FaultKind::kBusy: return kIOReturnBusy;
-        case FaultKind::kUnplug:
-        case FaultKind::kReplug: return kIOReturnNoDevice;
-        default: return kIOReturnError;
-    }
-}
-
 /// The endpoint of a pipe in the current setting; 0 when there is no such pipe.
 UInt8 endpoint_of(const Device& device, UInt8 pipe) {
-    const std::vector<std::uint8_t> endpoints = device.endpoints(device.setting());
+    const std::vector<std::uint8_t> endpoints = device.descriptors().endpoints(device.setting());
     return pipe >= 1 && pipe <= endpoints.size() ? endpoints[pipe - 1u] : UInt8{0};
-}
-
-bool is_input(UInt8 endpoint) {
-    return (endpoint & 0x80) != 0;
 }
 
 /// A read that a thread waits for.
@@ -79,26 +61,58 @@ void HostRead::abort() {
     complete(kIOReturnAborted, 0);
 }
 
-SimulatedHostDevice::SimulatedHostDevice(std::shared_ptr<Port> port) : port_(std::move(port)) {
-    const auto device = port_->access();
-    generation_ = device->generation();
-    const std::vector<std::uint8_t> descriptor = device->device_descriptor();
-    identity_ = {
-        .vendor_id = get_u16(&descriptor[8]),
-        .product_id = get_u16(&descriptor[10]),
-        .release = get_u16(&descriptor[12]),
-        .subclass = descriptor[5],
-        .speed = device->high_speed() ? UInt8{2} : UInt8{1},
-        .product_string_index = descriptor[15],
-        .serial_string_index = descriptor[16],
-    };
+std::shared_ptr<SimulatedHostDevice> SimulatedHostDevice::in(const std::shared_ptr<Port>& port) {
+    std::shared_ptr<SimulatedHostDevice> device(new SimulatedHostDevice(port));
+    return device->identify() == kIOReturnSuccess ? device : nullptr;
+}
+
+/// A host reads the device descriptor once, when something has come to the port, and answers from what it read.
+IOReturn SimulatedHostDevice::identify() {
+    auto& bytes = port_->descriptor_;
+    Answer answer{Outcome::kDone, usb::kDeviceDescriptorBytes};
+    {
+        const auto device = port_->access();
+        if (!device->attached()) return kIOReturnNoDevice;
+        generation_ = device->generation();
+        if (port_->described_generation_ != generation_) {
+            const Setup setup{usb::kToHost, usb::kGetDescriptor, usb::descriptor(usb::kDeviceType), 0,
+                              usb::kDeviceDescriptorBytes};
+            answer = device->control(setup, bytes.data());
+        }
+        if (answer.outcome == Outcome::kDone && answer.length == bytes.size()) {
+            port_->described_generation_ = generation_;
+            identity_ = {
+                .vendor_id = get_u16(&bytes[8]),
+                .product_id = get_u16(&bytes[10]),
+                .release = get_u16(&bytes[12]),
+                .subclass = bytes[5],
+                .speed = device->high_speed() ? UInt8{2} : UInt8{1},
+                .product_string_index = bytes[15],
+                .serial_string_index = bytes[16],
+            };
+            return kIOReturnSuccess;
+        }
+    }
+    if (answer.outcome == Outcome::kSilent) wait_in_vain(kHostTimeoutMs);
+    return kIOReturnError;
+}
+
+std::optional<IOReturn> SimulatedHostDevice::struck(Place place, const Port::Access& device) {
+    const std::optional<Fault> fault = device.host_faults().strike(place, Fault::kAnyAddress, device->now_us());
+    if (!fault) return std::nullopt;
+    switch (fault->kind) {
+        case FaultKind::kRefused: return kIOReturnNotPermitted;
+        case FaultKind::kBusy: return place == Place::kOpen ? kIOReturnExclusiveAccess : kIOReturnBusy;
+        case FaultKind::kUnplug: device->unplug(); return kIOReturnNoDevice;
+        case FaultKind::kReplug: device->replug(); return kIOReturnNoDevice;
+        default: return kIOReturnError;  // what goes wrong on the wire does not go wrong here
+    }
 }
 
 IOReturn SimulatedHostDevice::open() {
     const auto device = port_->access();
     if (gone(*device)) return kIOReturnNoDevice;
-    if (const auto fault = device->host_operation(Place::kOpen))
-        return *fault == FaultKind::kBusy ? kIOReturnExclusiveAccess : status_of(*fault);
+    if (const auto status = struck(Place::kOpen, device)) return *status;
     // Whoever held what was in the port before it was unplugged holds nothing now.
     if (port_->holder_ != nullptr && port_->held_generation_ == generation_) return kIOReturnExclusiveAccess;
     port_->holder_ = this;
@@ -128,14 +142,15 @@ IOReturn SimulatedHostDevice::transfer(const Setup& setup, void* data, UInt32 ti
 }
 
 IOReturn SimulatedHostDevice::configuration_descriptor(UInt8 index, IOUSBConfigurationDescriptor& head) {
-    const Setup setup{kStandardIn, kGetDescriptor, static_cast<UInt16>(kConfigurationType | index), 0, sizeof head};
+    const Setup setup{usb::kToHost, usb::kGetDescriptor, usb::descriptor(usb::kConfigurationType, index), 0,
+                      sizeof head};
     UInt32 length = 0;
     head = {};
     return transfer(setup, &head, kHostTimeoutMs, &length);
 }
 
 IOReturn SimulatedHostDevice::set_configuration(UInt8 value) {
-    const Setup setup{kStandardOut, kSetConfiguration, value, 0, 0};
+    const Setup setup{usb::kToDevice, usb::kSetConfiguration, value, 0, 0};
     UInt32 length = 0;
     return transfer(setup, nullptr, kHostTimeoutMs, &length);
 }
@@ -164,7 +179,7 @@ void SimulatedHostDevice::release(UInt8) {
 
 IOReturn SimulatedHostDevice::set_alternate(UInt8 interface_number, UInt8 setting) {
     release(interface_number);
-    const Setup setup{kStandardOut | kToInterface, kSetInterface, setting, interface_number, 0};
+    const Setup setup{usb::kInterface, usb::kSetInterface, setting, interface_number, 0};
     UInt32 length = 0;
     return transfer(setup, nullptr, kHostTimeoutMs, &length);
 }
@@ -187,7 +202,7 @@ IOReturn SimulatedHostDevice::read_pipe(UInt8, UInt8 pipe, void* data, UInt32& s
         const auto device = port_->access();
         if (gone(*device)) return kIOReturnNoDevice;
         const UInt8 endpoint = endpoint_of(*device, pipe);
-        if (!is_input(endpoint)) return kIOUSBUnknownPipeErr;
+        if (!usb::is_input(endpoint)) return kIOUSBUnknownPipeErr;
         device->bulk_in(endpoint, read);
     }
     Clock& clock = port_->clock_;
@@ -212,7 +227,7 @@ IOReturn SimulatedHostDevice::write_pipe(UInt8, UInt8 pipe, const void* data, UI
         const auto device = port_->access();
         if (gone(*device)) return kIOReturnNoDevice;
         const UInt8 endpoint = endpoint_of(*device, pipe);
-        if (endpoint == 0 || is_input(endpoint)) return kIOUSBUnknownPipeErr;
+        if (endpoint == 0 || usb::is_input(endpoint)) return kIOUSBUnknownPipeErr;
         answer = device->bulk_out(endpoint, {static_cast<const std::uint8_t*>(data), size});
     }
     if (answer.outcome == Outcome::kSilent) wait_in_vain(no_data_ms);
@@ -228,14 +243,14 @@ IOReturn SimulatedHostDevice::clear_stall(UInt8 interface_number, UInt8 pipe) {
     }
     if (endpoint == 0) return kIOUSBUnknownPipeErr;
     release(interface_number);
-    const Setup setup{kStandardOut | kToEndpoint, kClearFeature, 0, endpoint, 0};
+    const Setup setup{usb::kEndpoint, usb::kClearFeature, 0, endpoint, 0};
     UInt32 length = 0;
     return transfer(setup, nullptr, kHostTimeoutMs, &length);
 }
 
 IOReturn SimulatedHostDevice::abort_pipe(UInt8, UInt8 pipe) {
     const auto device = port_->access();
-    if (is_input(endpoint_of(*device, pipe))) abort_reads();
+    if (usb::is_input(endpoint_of(*device, pipe))) abort_reads();
     return kIOReturnSuccess;
 }
 
@@ -253,8 +268,8 @@ IOReturn SimulatedHostDevice::read_async(UInt8, UInt8 pipe, platform::AsyncRead&
     const auto device = port_->access();
     if (gone(*device)) return kIOReturnNoDevice;
     const UInt8 endpoint = endpoint_of(*device, pipe);
-    if (!is_input(endpoint)) return kIOUSBUnknownPipeErr;
-    if (const auto fault = device->host_operation(Place::kQueueRead)) return status_of(*fault);
+    if (!usb::is_input(endpoint)) return kIOUSBUnknownPipeErr;
+    if (const auto status = struck(Place::kQueueRead, device)) return *status;
     HostRead& pending = *port_->pending_.emplace_back(std::make_unique<HostRead>(port_->pending_, read));
     device->bulk_in(endpoint, pending);
     return kIOReturnSuccess;

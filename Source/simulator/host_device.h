@@ -12,8 +12,9 @@ namespace tovix::simulator {
 
 class SimulatedHostDevice final : public platform::HostDevice {
   public:
-    /// The device that is in the port now. What comes to the port later is another device.
-    explicit SimulatedHostDevice(std::shared_ptr<Port> port);
+    /// The device that is in the port now; what comes to the port later is another device. Null when there is none, or
+    /// one that does not say what it is, which no host shows to anybody.
+    static std::shared_ptr<SimulatedHostDevice> in(const std::shared_ptr<Port>& port);
 
     const platform::DeviceIdentity& identity() const override { return identity_; }
     IOReturn open() override;
@@ -33,9 +34,13 @@ class SimulatedHostDevice final : public platform::HostDevice {
     IOReturn read_async(UInt8 interface_number, UInt8 pipe, platform::AsyncRead& read) override;
 
   private:
+    explicit SimulatedHostDevice(std::shared_ptr<Port> port) : port_(std::move(port)) {}
+    IOReturn identify();
     bool gone(const Device& device) const { return !device.attached() || device.generation() != generation_; }
     /// A control transfer. Its data is at `data`; *length_done receives the bytes that moved.
     IOReturn transfer(const Setup& setup, void* data, UInt32 timeout_ms, UInt32* length_done);
+    /// What a planted fault makes of an operation that is the host's alone; nothing when there is none.
+    std::optional<IOReturn> struck(Place place, const Port::Access& device);
     void abort_reads();
     void wait_in_vain(UInt32 timeout_ms);
 

@@ -1,23 +1,38 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "models.h"
 
-#include <iterator>
+#include <algorithm>
 
 namespace tovix::simulator {
 
 namespace {
 
-/// Sensors by the number in a model's name, which is its size in tenths of a megapixel.
-constexpr struct {
-    int tenths_of_megapixels;
-    std::uint16_t width, height;
-} kSensors[] = {
-    {3, 640, 480},    {6, 816, 612},    {8, 1024, 768},   {9, 1280, 720},   {12, 1280, 960},  {13, 1280, 1024},
-    {14, 1392, 1040}, {15, 1440, 1080}, {20, 1600, 1200}, {21, 1920, 1080}, {28, 1936, 1456}, {32, 2080, 1544},
-    {36, 2240, 1680}, {40, 2048, 2048}, {50, 2592, 1944}, {60, 3032, 2016}, {83, 3296, 2512},
+constexpr std::uint8_t kMono = 0, kRggb = 8, kGrbg = 9, kGbrg = 10, kBggr = 11;
+
+struct SensorOf {
+    std::uint16_t product_id, width, height;
+    std::uint8_t color_code;
 };
 
-constexpr std::uint8_t kBayerCodes[] = {8, 9, 10, 11};
+/// The releases of a product share their sensor. Every order of the colour filter comes up.
+constexpr SensorOf kSensors[] = {
+    {0x0113, 1280, 1024, kRggb}, {0x0114, 1280, 1024, kMono}, {0x0120, 1600, 1200, kGbrg}, {0x0121, 1600, 1200, kMono},
+    {0x0132, 2080, 1544, kRggb}, {0x0150, 2592, 1944, kGrbg}, {0x0151, 2592, 1944, kMono}, {0x0203, 640, 480, kBggr},
+    {0x0204, 640, 480, kMono},   {0x0208, 1024, 768, kGrbg},  {0x0214, 1392, 1040, kGbrg}, {0x0220, 1600, 1200, kGrbg},
+    {0x0221, 1600, 1200, kMono}, {0x0240, 2048, 2048, kBggr}, {0x0306, 816, 612, kRggb},   {0x0307, 816, 612, kMono},
+    {0x0315, 1440, 1080, kGbrg}, {0x0316, 1440, 1080, kMono}, {0x0328, 1936, 1456, kRggb}, {0x0329, 1936, 1456, kMono},
+    {0x0360, 3032, 2016, kGbrg}, {0x0383, 3296, 2512, kBggr}, {0x0409, 1280, 720, kRggb},  {0x040A, 1280, 720, kMono},
+    {0x0412, 1280, 960, kGbrg},  {0x0417, 1280, 960, kMono},  {0x0421, 1920, 1080, kRggb}, {0x0436, 2240, 1680, kGrbg},
+    {0x0437, 2240, 1680, kGbrg}, {0x0503, 640, 480, kBggr},   {0x0613, 1280, 1024, kRggb},
+};
+
+/// Of a product that is not in the table.
+constexpr SensorOf kDefaultSensor{0, 1280, 1024, kRggb};
+
+const SensorOf& sensor_of(std::uint16_t product_id) {
+    const auto found = std::ranges::find(kSensors, product_id, &SensorOf::product_id);
+    return found != std::end(kSensors) ? *found : kDefaultSensor;
+}
 
 }  // namespace
 
@@ -28,15 +43,10 @@ Model model_of_row(int index) {
     model.row = &row;
     model.name = firmware.substr(0, firmware.find('/'));
     model.release = row.release == 0xFFFF ? 0 : row.release;
-    const std::size_t digit = model.name.find_first_of("0123456789");
-    const int tenths = std::stoi(model.name.substr(digit));
-    for (const auto& sensor : kSensors) {
-        if (sensor.tenths_of_megapixels != tenths) continue;
-        model.width = sensor.width;
-        model.height = sensor.height;
-    }
-    // Each of the four filter orders comes up among the colour models.
-    model.color_code = model.name.back() == 'm' ? std::uint8_t{0} : kBayerCodes[static_cast<std::size_t>(index) % 4];
+    const SensorOf& sensor = sensor_of(row.product_id);
+    model.width = sensor.width;
+    model.height = sensor.height;
+    model.color_code = sensor.color_code;
     model.max_subsampling = row.subsampling != 0 ? 4 : 1;
     if (row.release != 0xFFFF && row.release != 0) model.name += "-" + std::to_string(row.release);
     return model;

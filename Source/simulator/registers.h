@@ -18,8 +18,7 @@ namespace tovix::simulator {
 struct CameraSetup {
     Model model;
     std::uint32_t serial_number = 1;
-    std::optional<std::string> serial_text;   ///< in place of the number
-    std::optional<std::string> product_text;  ///< in place of the model's name
+    std::optional<std::string> serial_text;  ///< in place of the number
     std::uint32_t firmware_version = 0x00010203;
     std::uint32_t color_inquiry = 0;        ///< what TOVIX_FO_COLOR_INQ answers
     std::vector<std::uint16_t> data_rates;  ///< in the order in which the camera lists them

@@ -1,18 +1,28 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "simulation.h"
+#include "tovixapi/simulation.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <exception>
 #include <vector>
 
+#include "bus.h"
 #include "frame_mark.h"
 #include "scene.h"
 #include "tovixapi/tovixapi.h"
 
+struct tovix_simulated_camera {
+    std::shared_ptr<tovix::simulator::Port> port;
+};
+
 namespace tovix::simulator {
 
 namespace {
+
+// The public numbers of places and kinds are those of the plan.
+static_assert(TOVIX_FAULT_AT_MOMENT == static_cast<int>(Place::kMoment) && TOVIX_FAULT_AT_MOMENT + 1 == kPlaces);
+static_assert(TOVIX_FAULT_BUSY == static_cast<int>(FaultKind::kBusy) && TOVIX_FAULT_BUSY + 1 == kFaultKinds);
 
 struct Simulation {
     explicit Simulation(Pace pace) : bus(pace) {}
@@ -25,7 +35,7 @@ std::unique_ptr<Simulation> simulation;
 
 constexpr std::uint32_t kFirstSerial = 1001;
 
-int32_t refuse(const char* format, const char* detail) {
+std::int32_t refuse(const char* format, const char* detail) {
     std::fprintf(stderr, format, detail);
     return TOVIX_EINVAL;
 }
@@ -38,6 +48,23 @@ std::int32_t guarded(const Body& body) noexcept try {
     return TOVIX_ENOMEM;
 } catch (const std::exception& error) {
     return refuse("error: simulation: %s\n", error.what());
+}
+
+/// Do something to a camera with its port's lock held.
+template <class Body>
+std::int32_t with(tovix_simulated_camera* camera, const Body& body) noexcept {
+    if (camera == nullptr) return TOVIX_EFAIL;
+    return guarded([&] {
+        body(camera->port->access());
+        return TOVIX_OK;
+    });
+}
+
+/// A record as this library knows it: zero where its caller was compiled with a shorter one. False for no size at all.
+template <class Record>
+bool take(const Record& given, Record& record) {
+    std::memcpy(&record, &given, std::min<std::size_t>(given.size, sizeof record));
+    return given.size != 0;
 }
 
 std::int32_t make_options(const tovix_simulated_options& wanted, DeviceOptions& options) {
@@ -65,10 +92,6 @@ std::int32_t make_options(const tovix_simulated_options& wanted, DeviceOptions& 
 }
 
 }  // namespace
-
-Bus* current_bus() {
-    return simulation ? &simulation->bus : nullptr;
-}
 
 }  // namespace tovix::simulator
 
@@ -101,9 +124,9 @@ void tovix_simulation_end() {
 std::int32_t tovix_simulation_attach(const tovix_simulated_options* options, tovix_simulated_camera** camera) {
     if (!simulation) return refuse("error: there is no simulated bus to attach a camera to\n", "");
     return guarded([&] {
-        // A caller that was compiled with an older, shorter record gets the defaults for what it does not know.
         tovix_simulated_options wanted{};
-        if (options != nullptr) std::memcpy(&wanted, options, std::min<std::size_t>(options->size, sizeof wanted));
+        if (options != nullptr && !take(*options, wanted))
+            return refuse("error: options of a simulated camera without a size\n", "");
         DeviceOptions device;
         if (const std::int32_t result = make_options(wanted, device); result < 0) return result;
         const std::lock_guard lock(simulation->mutex);
@@ -118,47 +141,42 @@ std::int32_t tovix_simulation_attach(const tovix_simulated_options* options, tov
 }
 
 std::int32_t tovix_simulation_unplug(tovix_simulated_camera* camera) {
-    if (camera == nullptr) return TOVIX_EFAIL;
-    camera->port->access()->unplug();
-    return TOVIX_OK;
+    return with(camera, [](const auto& device) { device->unplug(); });
 }
 
 std::int32_t tovix_simulation_plug_in(tovix_simulated_camera* camera) {
-    if (camera == nullptr) return TOVIX_EFAIL;
-    return guarded([&] {
-        camera->port->access()->plug_in();
-        return TOVIX_OK;
-    });
+    return with(camera, [](const auto& device) { device->plug_in(); });
 }
 
 std::int32_t tovix_simulation_plant_fault(tovix_simulated_camera* camera, const tovix_simulated_fault* fault) {
-    if (camera == nullptr || fault == nullptr || fault->size < sizeof *fault) return TOVIX_EFAIL;
-    if (fault->place > TOVIX_FAULT_MOMENT || fault->kind > TOVIX_FAULT_BUSY) return TOVIX_EINVAL;
-    const bool by_itself = fault->place == TOVIX_FAULT_MOMENT;
-    if (by_itself && fault->kind != TOVIX_FAULT_UNPLUG && fault->kind != TOVIX_FAULT_REPLUG) return TOVIX_EINVAL;
-    return guarded([&] {
-        const auto device = camera->port->access();
-        device->faults().plant({
-            .place = static_cast<Place>(fault->place),
-            .kind = static_cast<FaultKind>(fault->kind),
-            .address = fault->address,
-            .skip = by_itself ? 0 : fault->skip,
-            .times = by_itself ? 1 : fault->times,
-            .value = fault->value,
-            .from_us = device->now_us() + fault->delay_us,
+    if (camera == nullptr || fault == nullptr) return TOVIX_EFAIL;
+    tovix_simulated_fault wanted{};
+    if (!take(*fault, wanted)) return TOVIX_EINVAL;
+    if (wanted.place >= kPlaces || wanted.kind >= kFaultKinds) return TOVIX_EINVAL;
+    const auto place = static_cast<Place>(wanted.place);
+    const auto kind = static_cast<FaultKind>(wanted.kind);
+    if (!is_possible(place, kind)) return TOVIX_EINVAL;
+    return with(camera, [&](const auto& device) {
+        device.plant({
+            .place = place,
+            .kind = kind,
+            .address = wanted.address,
+            .skip = wanted.skip,
+            .times = wanted.times,
+            .value = wanted.value,
+            .from_us = device->now_us() + wanted.delay_us,
         });
-        return TOVIX_OK;
     });
 }
 
 std::int32_t tovix_simulation_clear_faults(tovix_simulated_camera* camera) {
-    if (camera == nullptr) return TOVIX_EFAIL;
-    camera->port->access()->faults().clear();
-    return TOVIX_OK;
+    return with(camera, [](const auto& device) { device.clear_faults(); });
 }
 
 std::uint32_t tovix_simulation_frames_produced(tovix_simulated_camera* camera) {
-    return camera != nullptr ? camera->port->access()->frames_produced() : 0;
+    std::uint32_t frames = 0;
+    with(camera, [&](const auto& device) { frames = device->frames_produced(); });
+    return frames;
 }
 
 std::int32_t tovix_simulation_step(std::uint64_t microseconds) {

@@ -24,7 +24,8 @@ constexpr UInt32 kExclusiveAccessPauseUs = 100'000;
 /// A file that is closed when it goes out of scope.
 class OpenFile {
   public:
-    explicit OpenFile(const char* path) : fd_(::open(path, O_RDONLY | O_CLOEXEC)) {}
+    // Not blocking: a pipe in the file's place must not hang start-up.
+    explicit OpenFile(const char* path) : fd_(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {}
     ~OpenFile() {
         if (fd_ >= 0) ::close(fd_);
     }

@@ -38,7 +38,7 @@ void apply_color_code(_tovix* camera, std::uint32_t code) {
 }  // namespace
 
 std::int32_t usb_init_temperature(_tovix* camera) {
-    std::uint32_t block[4];  // flags, value, minimum, maximum
+    std::uint32_t block[4]{};  // flags, value, minimum, maximum
     if (const std::int32_t result = tz_usb_read_tovix_array(camera, TOVIX_TEMPERATURE, block, 4); result < 0)
         return result;
     std::uint32_t fan = 0;

@@ -51,7 +51,11 @@ std::int32_t tz_usb_write_tovix_array(_tovix* camera, std::uint32_t address, con
 }
 
 std::int32_t tz_usb_read_tovix_u32(_tovix* camera, std::uint32_t address, std::uint32_t* value) {
-    return tz_usb_read_tovix_array(camera, address, value, 1);
+    if (value == nullptr) return TOVIX_EFAIL;
+    std::uint32_t word = 0;  // a transfer that fails may have delivered a part
+    if (const std::int32_t result = tz_usb_read_tovix_array(camera, address, &word, 1); result < 0) return result;
+    *value = word;
+    return TOVIX_OK;
 }
 
 std::int32_t tz_usb_write_tovix_u32(_tovix* camera, std::uint32_t address, std::uint32_t value) {

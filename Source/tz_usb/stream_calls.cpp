@@ -63,7 +63,8 @@ bool is_buffer_index(std::int32_t index) {
 
 /// Wait until a frame is there that was not handed out yet. False when none can come.
 [[nodiscard]] bool wait_for_newer_frame(StreamState& stream) TZ_REQUIRES(stream.stream_mutex) {
-    const auto ended = [&]() TZ_NO_ANALYSIS { return !stream.stream_running || stream.camera_lost; };
+    const std::uint32_t begun_in = stream.starts;
+    const auto ended = [&]() TZ_NO_ANALYSIS { return !stream.stream_running || stream.starts != begun_in; };
     bool can_come = true;
     ++stream.waiters;
     while (can_come && stream.frame_sequence == stream.acquired_sequence) {
@@ -118,15 +119,15 @@ std::int32_t tovix_start_streaming(_tovix* camera) {
         std::fprintf(stderr, "error: streaming is not enabled\n");
         return TOVIX_EINVAL;
     }
-    if (thread_state(stream) == StreamThread::kEnded) join_thread(stream);  // of a stream that ended by itself
+    if (thread_state(stream) != StreamThread::kNone) join_thread(stream);  // of a stream that ended by itself
     {
         const StreamLock lock(stream.stream_mutex);
         stream.thread_state = StreamThread::kStarting;
         stream.camera_lost = false;
         stream.drain_aborted = false;
-        stream.failing = false;
-        stream.failing_us = 0;
+        stream.failures = 0;
         stream.retry_pause_us = 0;
+        ++stream.starts;
     }
     if (const int error = create_thread(camera); error != 0) {
         const StreamLock lock(stream.stream_mutex);

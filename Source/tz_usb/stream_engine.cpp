@@ -9,9 +9,9 @@
 //             +-- failed: same buffer, ---+
 //                 after a growing pause
 //
-// A read that fails is issued again: at once the first time, then after pauses that double from 1 ms to 100
-// ms, so that a camera in trouble costs no processor time. The pauses since the last complete frame are added
-// up; after 5 s of them, or as soon as the camera has left the bus, the stream has ended.
+// A read that fails is issued again: at once the first time, then after pauses that double from 1 ms to 100 ms, so that a
+// camera in trouble costs no processor time. When reads have failed for 5 s without a frame between them, or as soon as the
+// camera has left the bus, the stream has ended.
 #include "stream_engine.h"
 
 #include <algorithm>
@@ -27,7 +27,10 @@ constexpr UInt32 kBeforeVideoOnUs = 10'000;
 
 constexpr std::uint32_t kFirstRetryPauseUs = 1'000;
 constexpr std::uint32_t kLongestRetryPauseUs = 100'000;
-constexpr std::uint32_t kGiveUpAfterUs = 5'000'000;
+constexpr std::uint64_t kGiveUpAfterNs = 5'000'000'000;
+constexpr std::uint32_t kGiveUpAfterFailures = 5;  // so that two bad frames of a long exposure are not the end
+
+constexpr double kIdleSliceSeconds = 0.05;
 
 constexpr double kDrainSliceSeconds = 1.0;
 constexpr int kSilentDrainSlices = 10;
@@ -46,23 +49,31 @@ void clear_video_pipe(_tovix* camera) {
 void lose_camera(_tovix* camera) TZ_REQUIRES(camera->stream.stream_mutex) {
     camera->stream.camera_lost = true;
     camera->stream.reading_index = -1;
+    camera->stream.stream_running.set(false);
     pthread_cond_broadcast(&camera->stream.stream_cond);
     CFRunLoopStop(camera->stream.stream_run_loop);
 }
 
-/// A read was refused or failed. Says when to try again: after retry_pause_us on the acquisition thread, or at once
-/// when that is 0.
+void forget_failures(_tovix* camera) TZ_REQUIRES(camera->stream.stream_mutex) {
+    camera->stream.failures = 0;
+    camera->stream.retry_pause_us = 0;
+}
+
+/// A read was refused or failed. Says when to try again: after retry_pause_us on the acquisition thread, or at once when
+/// that is 0.
 void note_failure(_tovix* camera, IOReturn status) TZ_REQUIRES(camera->stream.stream_mutex) {
-    if (status == kIOReturnNoDevice || camera->stream.failing_us >= kGiveUpAfterUs) {
+    const std::uint64_t now_ns = mach_absolute_time();
+    if (camera->stream.failures == 0) camera->stream.failing_since_ns = now_ns;
+    ++camera->stream.failures;
+    if (status == kIOReturnNoDevice || (camera->stream.failures >= kGiveUpAfterFailures &&
+                                        now_ns - camera->stream.failing_since_ns >= kGiveUpAfterNs)) {
         lose_camera(camera);
         return;
     }
-    camera->stream.retry_pause_us = !camera->stream.failing ? 0
-                                    : camera->stream.retry_pause_us == 0
-                                        ? kFirstRetryPauseUs
-                                        : std::min(2 * camera->stream.retry_pause_us, kLongestRetryPauseUs);
-    camera->stream.failing = true;
-    camera->stream.failing_us += camera->stream.retry_pause_us;
+    if (camera->stream.failures > 1) {
+        camera->stream.retry_pause_us =
+            std::clamp(2 * camera->stream.retry_pause_us, kFirstRetryPauseUs, kLongestRetryPauseUs);
+    }
     CFRunLoopStop(camera->stream.stream_run_loop);  // the thread's loop has to look at the pause
 }
 
@@ -88,8 +99,12 @@ void read_next(_tovix* camera) TZ_REQUIRES(camera->stream.stream_mutex) {
     const std::int32_t result = usb_stream_buffer_read_next(camera);
     if (result == TOVIX_OK) return;
     camera->stream.reading_index = -1;
-    // When all buffers are held, the next release issues a read; until then there is nothing to try.
-    if (result != TOVIX_EINVAL) note_failure(camera, result);
+    if (result == TOVIX_EINVAL) {
+        forget_failures(
+            camera);  // all buffers are held: the next release issues a read, and until then nothing is tried
+    } else {
+        note_failure(camera, result);
+    }
 }
 
 /// Try again after a failure: the same buffer when its transfer failed, else the next.
@@ -131,9 +146,7 @@ void usb_stream_buffer_ready_callback(void* refcon, IOReturn result, UInt32 byte
         read_again(camera, kIOReturnUnderrun);
         return;
     }
-    camera->stream.failing = false;
-    camera->stream.failing_us = 0;
-    camera->stream.retry_pause_us = 0;
+    forget_failures(camera);
     camera->stream.reading_index = -1;
     stream_buffer& buffer = camera->stream.buffers[index];
     buffer.acquired_size = bytes;
@@ -164,11 +177,15 @@ std::int32_t usb_stream_schedule_read(_tovix* camera, std::int32_t index) {
     return TOVIX_OK;
 }
 
-/// Whether a failed or refused read waits to be tried again, and into which buffer does not matter. Held
-/// buffers do not count: a release is what ends that state.
+/// Whether a read that failed or was refused waits to be tried again.
 bool retry_waits(_tovix* camera) TZ_REQUIRES(camera->stream.stream_mutex) {
-    return camera->stream.failing && camera->stream.reads_in_flight == 0 && !camera->stream.camera_lost &&
+    return camera->stream.failures != 0 && camera->stream.reads_in_flight == 0 && !camera->stream.camera_lost &&
            !camera->stream.drain_aborted;
+}
+
+/// Without a read nothing tells of a camera that leaves the bus, so it is asked for.
+void look_for_camera(_tovix* camera) TZ_REQUIRES(camera->stream.stream_mutex) {
+    if ((*camera->interface)->GetPipeStatus(camera->interface, kVideoPipe) == kIOReturnNoDevice) lose_camera(camera);
 }
 
 /// Switch the video on and issue the first read. The event source, or null when the stream could not be started.
@@ -196,20 +213,33 @@ CFRunLoopSourceRef start_reading(_tovix* camera) TZ_REQUIRES(camera->stream.stre
     return created;
 }
 
-/// Deliver completions until a stop is requested or the camera is lost.
+/// Whether a stop has been requested.
+bool usb_stream_stopping(_tovix* camera) {
+    const StreamLock lock(camera->stream.stream_mutex);
+    return static_cast<bool>(camera->stream.stream_stopping);
+}
+
+/// Deliver completions until a stop is requested or the camera is lost. While no read is out - one waits to be tried
+/// again, or all buffers are held - the loop runs in slices.
 void run_stream(_tovix* camera) {
-    for (;;) {
-        double pause_seconds = -1;
+    while (!usb_stream_stopping(camera)) {
+        bool read_is_out = false;
+        double slice_seconds = kIdleSliceSeconds;
         {
             const StreamLock lock(camera->stream.stream_mutex);
-            if (camera->stream.stream_stopping || camera->stream.camera_lost) return;
-            if (retry_waits(camera)) pause_seconds = camera->stream.retry_pause_us / 1e6;
+            if (camera->stream.camera_lost) return;
+            read_is_out = camera->stream.reads_in_flight != 0;
+            if (retry_waits(camera)) slice_seconds = camera->stream.retry_pause_us / 1e6;
         }
-        if (pause_seconds < 0) {
+        if (read_is_out) {
             CFRunLoopRun();
-        } else if (CFRunLoopRunInMode(kCFRunLoopDefaultMode, pause_seconds, true) == kCFRunLoopRunTimedOut) {
+        } else if (CFRunLoopRunInMode(kCFRunLoopDefaultMode, slice_seconds, true) == kCFRunLoopRunTimedOut) {
             const StreamLock lock(camera->stream.stream_mutex);
-            if (retry_waits(camera)) retry_read(camera);
+            if (retry_waits(camera)) {
+                retry_read(camera);
+            } else if (camera->stream.reads_in_flight == 0) {
+                look_for_camera(camera);
+            }
         }
     }
 }
@@ -228,7 +258,7 @@ void drain(_tovix* camera) TZ_REQUIRES(camera->stream.stream_mutex) {
         if (result != kCFRunLoopRunTimedOut) continue;
         if (camera->stream.reads_in_flight == 0) {
             retry_read(camera);
-        } else if (++silent_slices == kSilentDrainSlices) {
+        } else if (++silent_slices % kSilentDrainSlices == 0) {
             camera->stream.drain_aborted = true;
             (*camera->interface)->AbortPipe(camera->interface, kVideoPipe);
         }
@@ -241,11 +271,6 @@ void switch_video_off(_tovix* camera) {
 }
 
 }  // namespace
-
-bool usb_stream_stopping(_tovix* camera) {
-    const StreamLock lock(camera->stream.stream_mutex);
-    return static_cast<bool>(camera->stream.stream_stopping);
-}
 
 void usb_stream_resume_reading(_tovix* camera) {
     const bool idle = camera->stream.reads_in_flight == 0 && camera->stream.reading_index == -1;
@@ -271,7 +296,6 @@ void* usb_stream_thread_callback(void* handle) {
     drain(camera);
     if (camera->stream.camera_lost) {
         // A camera in trouble may take seconds to answer; nobody who waits for a frame is kept waiting for that.
-        camera->stream.stream_running.set(false);
         camera->stream.stream_mutex.unlock();
         switch_video_off(camera);
         camera->stream.stream_mutex.lock();

@@ -7,9 +7,6 @@
 /// Body of the acquisition thread; takes the camera handle, returns null.
 void* usb_stream_thread_callback(void* handle);
 
-/// Whether a stop has been requested.
-[[nodiscard]] bool usb_stream_stopping(_tovix* camera);
-
 /// Issue a read into the free buffer with the oldest frame, if the stream runs and no read is out or about to be tried
 /// again.
 void usb_stream_resume_reading(_tovix* camera) TZ_REQUIRES(camera->stream.stream_mutex);

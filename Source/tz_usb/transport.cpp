@@ -62,7 +62,9 @@ std::int32_t tz_usb_control_write(_tovix* camera, const void* data, std::uint32_
         .completionTimeout = 0,
     };
     const IOReturn status = (*camera->interface)->ControlRequestTO(camera->interface, 0, &transfer);
+    const int reason = errno;  // the recovery may fail for another
     if (status != kIOReturnSuccess && status != kIOReturnOverrun) recover_pipe(camera, 0);
+    errno = reason;
     if (status != kIOReturnSuccess)
         std::fprintf(stderr, "TVXUSBWriteControlPipe Err 0x%X %d\n", unsigned(status), status);
     return status;
@@ -83,7 +85,10 @@ std::int32_t tz_usb_control_read(_tovix* camera, void* data, std::uint32_t lengt
         .completionTimeout = kControlTimeoutMs,
     };
     IOReturn status = (*camera->interface)->ControlRequestTO(camera->interface, 0, &transfer);
-    if (status == kIOReturnSuccess && transfer.wLenDone != length) status = TOVIX_EFAIL;
+    if (status == kIOReturnSuccess && transfer.wLenDone != length) {
+        status = TOVIX_EFAIL;
+        errno = EBADMSG;
+    }
     if (status == kIOReturnOverrun) return TOVIX_OK;
     if (status != kIOReturnSuccess)
         std::fprintf(stderr, "TVXUSBReadControlPipe Err 0x%X %d\n", unsigned(status), status);

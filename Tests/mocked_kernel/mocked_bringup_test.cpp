@@ -25,6 +25,7 @@ using namespace tovix::test;
 using tovix::mocked_kernel::MockedKernel;
 using tovix::mocked_kernel::SimulatedCameraModel;
 using tovix::simulator::Transfer;
+namespace usb = tovix::simulator::usb;
 using State = DeviceOptions::State;
 using Transfers = std::vector<Transfer>;
 
@@ -43,13 +44,8 @@ class MockedBus {
     /// A camera that marks its frames, in the next port, with the port's number as its serial number.
     SimulatedCameraModel& attach(std::string_view model, State state = State::kReady) {
         const int port = static_cast<int>(cameras_.size()) + 1;
-        DeviceOptions options;
-        tovix::simulator::Model found;
-        EXPECT_TRUE(tovix::simulator::find_model(model, found)) << model;
-        options.camera = tovix::simulator::CameraSetup::of(found);
+        DeviceOptions options = options_of(model, state);
         options.camera.serial_number = static_cast<std::uint32_t>(port);
-        options.camera.noise = 0;
-        options.state = state;
         mark_frames(options);
         return cameras_.emplace_back(kernel_, port, clock_, std::move(options));
     }
@@ -79,15 +75,7 @@ struct Size {
 constexpr Size kSmall{160, 122}, kLarger{320, 240}, kWhole{1280, 1024};  // small: its last packet is not full
 
 void start(_tovix* camera, Size size) {
-    const _tovix_frame_format format{.x_offset = 0,
-                                     .y_offset = 0,
-                                     .width = size.width,
-                                     .height = size.height,
-                                     .pixel_format = 0,
-                                     .subsample_x = 1,
-                                     .reserved_x = 0,
-                                     .subsample_y = 1,
-                                     .reserved_y = 0};
+    const _tovix_frame_format format = format_of(size.width, size.height);
     ASSERT_EQ(tovix_set_video_format(camera, &format), 0);
     ASSERT_EQ(tovix_enable_streaming(camera), 0);
     ASSERT_EQ(tovix_start_streaming(camera), 0);
@@ -140,24 +128,30 @@ bool is_standard(const Transfer& transfer, std::uint8_t request_type, std::uint8
            transfer.setup.request == request;
 }
 
+bool reads_device(const Transfer& transfer) {
+    return is_standard(transfer, usb::kToHost, usb::kGetDescriptor) &&
+           transfer.setup.value == usb::descriptor(usb::kDeviceType);
+}
+
 bool reads_configuration(const Transfer& transfer) {
-    return is_standard(transfer, 0x80, 6) && transfer.setup.value == 0x0200;
+    return is_standard(transfer, usb::kToHost, usb::kGetDescriptor) &&
+           transfer.setup.value == usb::descriptor(usb::kConfigurationType);
 }
 
 bool chooses_configuration(const Transfer& transfer) {
-    return is_standard(transfer, 0x00, 9);
+    return is_standard(transfer, usb::kToDevice, usb::kSetConfiguration);
 }
 
 /// A transcript without what hosts do differently:
-///   - Reads of the configuration's descriptor. Linux reads it once when a device comes, before anyone looks;
-///     libusb then answers from what Linux has kept.
+///   - Reads of the descriptors of device and configuration. Linux reads them once when a device comes, before anyone
+///     looks; libusb then answers from what Linux has kept.
 ///   - Choices of a configuration. Linux chooses the first one when a device comes; as that is the one the
 ///     library wants, the back end has nothing to do.
 ///   - How many frames a stream brings before it is stopped, and which: each side has its own speed.
 std::string comparable(const Transfers& transfers) {
     std::string text, last;
     for (const Transfer& transfer : transfers) {
-        if (reads_configuration(transfer) || chooses_configuration(transfer)) continue;
+        if (reads_device(transfer) || reads_configuration(transfer) || chooses_configuration(transfer)) continue;
         std::string line = transfer.text() + "\n";
         if (transfer.kind == Transfer::Kind::kBulkIn) {
             line = line.substr(0, line.find(':')) + ": frames\n";

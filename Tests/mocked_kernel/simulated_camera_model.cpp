@@ -10,13 +10,9 @@ namespace tovix::mocked_kernel {
 namespace {
 
 using simulator::Answer;
-using simulator::Device;
+using simulator::Descriptors;
 using simulator::Setup;
-
-// Standard requests that the kernel makes for the library (USB 2.0, 9.4).
-constexpr std::uint8_t kToDevice = 0x00, kToInterface = 0x01, kToEndpoint = 0x02;
-constexpr std::uint8_t kClearFeature = 1, kSetConfiguration = 9, kSetInterface = 11;
-constexpr std::uint8_t kFirstConfiguration = 1;
+namespace usb = simulator::usb;
 
 // What has left the bus is silent: the kernel ends its transfers when it notices.
 Outcome outcome_of(simulator::Outcome outcome) {
@@ -99,7 +95,7 @@ void SimulatedCameraModel::run() {
         device_.advance(clock_.now_us());
         follow_device(lock);
         const std::int64_t next_us = device_.next_event_us();
-        if (next_us == Device::kNever) {
+        if (next_us == simulator::kNever) {
             changed_.wait(lock, [&] { return quit_ || !reachable() || device_.next_event_us() != next_us; });
             continue;
         }
@@ -121,7 +117,7 @@ void SimulatedCameraModel::follow_device(std::unique_lock<std::mutex>& lock) {
             node_generation_ = 0;
         } else {
             // A kernel chooses the first configuration of every device that comes.
-            device_.control({kToDevice, kSetConfiguration, kFirstConfiguration, 0, 0}, nullptr);
+            device_.control({usb::kToDevice, usb::kSetConfiguration, Descriptors::kOnlyConfiguration, 0, 0}, nullptr);
             node_generation_ = device_generation();
             lock.unlock();
             kernel_.plug(port_, *this);
@@ -134,8 +130,8 @@ void SimulatedCameraModel::follow_device(std::unique_lock<std::mutex>& lock) {
 
 std::vector<std::uint8_t> SimulatedCameraModel::descriptors() const {
     const std::lock_guard lock(mutex_);
-    std::vector<std::uint8_t> all = device_.device_descriptor();
-    const std::vector<std::uint8_t> configuration = device_.configuration_descriptor();
+    std::vector<std::uint8_t> all = device_.descriptors().device();
+    const std::vector<std::uint8_t> configuration = device_.descriptors().configuration();
     all.insert(all.end(), configuration.begin(), configuration.end());
     return all;
 }
@@ -143,8 +139,9 @@ std::vector<std::uint8_t> SimulatedCameraModel::descriptors() const {
 // A test driver of Linux takes every FX2 that does not know its maker.
 std::string SimulatedCameraModel::kernel_driver() const {
     const std::lock_guard lock(mutex_);
-    const std::vector<std::uint8_t> descriptor = device_.device_descriptor();
-    const bool nameless = simulator::get_u16(&descriptor[8]) == 0x04B4 && simulator::get_u16(&descriptor[10]) == 0x8613;
+    const std::vector<std::uint8_t> descriptor = device_.descriptors().device();
+    const bool nameless = simulator::get_u16(&descriptor[8]) == Descriptors::kBareVendor &&
+                          simulator::get_u16(&descriptor[10]) == Descriptors::kBareProduct;
     return nameless ? "usbtest" : "";
 }
 
@@ -173,15 +170,15 @@ void SimulatedCameraModel::bulk_in_cancelled(std::uint8_t, const BulkRead& read)
 }
 
 bool SimulatedCameraModel::set_configuration(std::uint8_t value) {
-    return host_request({kToDevice, kSetConfiguration, value, 0, 0});
+    return host_request({usb::kToDevice, usb::kSetConfiguration, value, 0, 0});
 }
 
 bool SimulatedCameraModel::set_alternate(std::uint8_t interface_number, std::uint8_t setting) {
-    return host_request({kToInterface, kSetInterface, setting, interface_number, 0});
+    return host_request({usb::kInterface, usb::kSetInterface, setting, interface_number, 0});
 }
 
 void SimulatedCameraModel::clear_halt(std::uint8_t endpoint) {
-    host_request({kToEndpoint, kClearFeature, 0, endpoint, 0});
+    host_request({usb::kEndpoint, usb::kClearFeature, 0, endpoint, 0});
 }
 
 bool SimulatedCameraModel::host_request(const Setup& setup) {

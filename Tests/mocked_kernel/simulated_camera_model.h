@@ -15,8 +15,9 @@
 #include <mutex>
 #include <thread>
 
-#include "bus.h"  // for device.h, a name that another folder uses too
+#include "clock.h"
 #include "mocked_kernel.h"
+#include "simulated_device.h"
 
 namespace tovix::mocked_kernel {
 

@@ -8,7 +8,7 @@
 namespace {
 
 constexpr char kNoCameraAdvice[] =
-    "check its cable, other programs that hold it and your permission to use it, "
+    "check its cable, other programs that hold it and your permission to use it (a udev rule), "
     "or try 'tovix --simulate ...'";
 constexpr char kVerboseAdvice[] = "run with --verbose to see each step";
 

@@ -34,8 +34,8 @@ struct FreeList {
 IOReturn LibusbBackend::devices(std::vector<std::shared_ptr<HostDevice>>& found) {
     std::shared_ptr<LibusbContext> context;
     if (const int error = LibusbContext::create(context); error != 0) {
-        // "Other" is what libusb says of a host on which it finds no USB to talk to.
-        return error == LIBUSB_ERROR_OTHER ? kIOReturnNoDevice : status_of_error(error);
+        // "Other" is what libusb says of a host on which it finds no USB to talk to: its bus is empty.
+        return error == LIBUSB_ERROR_OTHER ? kIOReturnSuccess : status_of_error(error);
     }
     libusb_device** listed = nullptr;
     const ssize_t count = libusb_get_device_list(context->get(), &listed);

@@ -62,6 +62,7 @@ class LibusbDevice final : public HostDevice {
 
     [[nodiscard]] IOReturn claim_all(libusb_device_handle* handle);
     void release_all();
+    [[nodiscard]] bool device_is_gone(UInt8 interface_number);
     [[nodiscard]] int choose_alternate(UInt8 interface_number, UInt8 setting);
     [[nodiscard]] IOReturn find_pipe(UInt8 interface_number, UInt8 pipe, Direction direction, Endpoint& found);
     Interface* find_interface(UInt8 number);  // with the mutex held; null when it is not there

@@ -56,11 +56,17 @@ IOReturn LibusbDevice::set_alternate(UInt8 interface_number, UInt8 setting) {
     return kIOReturnSuccess;
 }
 
+/// The cheapest question that only a device on the bus has an answer to.
+bool LibusbDevice::device_is_gone(UInt8 interface_number) {
+    return libusb_kernel_driver_active(handle_.get(), interface_number) == LIBUSB_ERROR_NO_DEVICE;
+}
+
 IOReturn LibusbDevice::pipe_status(UInt8 interface_number, UInt8 pipe) {
     if (pipe == 0) return kIOReturnSuccess;
     Endpoint endpoint;
     if (const IOReturn status = find_pipe(interface_number, pipe, Direction::kEither, endpoint); status != 0)
         return status;
+    if (device_is_gone(interface_number)) return kIOReturnNoDevice;
     return transfers_.halted(set_of(endpoint)) ? kIOUSBPipeStalled : kIOReturnSuccess;
 }
 
@@ -110,8 +116,7 @@ IOReturn LibusbDevice::abort_pipe(UInt8 interface_number, UInt8 pipe) {
 // whether the device has left. If it leaves between the two calls, an untouched errno tells that libusb did not get as
 // far as the kernel.
 int LibusbDevice::choose_alternate(UInt8 interface_number, UInt8 setting) {
-    if (libusb_kernel_driver_active(handle_.get(), interface_number) == LIBUSB_ERROR_NO_DEVICE)
-        return LIBUSB_ERROR_NO_DEVICE;
+    if (device_is_gone(interface_number)) return LIBUSB_ERROR_NO_DEVICE;
     errno = 0;
     const int error = libusb_set_interface_alt_setting(handle_.get(), interface_number, setting);
     if (error == LIBUSB_ERROR_NO_DEVICE && errno == 0) handle_spoilt_ = true;

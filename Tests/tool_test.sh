@@ -51,12 +51,17 @@ holds() { # RUN FILE...: the folder has these files and no others
 size() { stat -c %s "$work/$1"; }
 is_json() { ! command -v jq >/dev/null || jq -e . "$work/$1.out" >/dev/null || fail "$1: not JSON" "$1"; }
 be32() { od -An -tu1 -j "$2" -N 4 "$work/$1" | awk '{print (($1 * 256 + $2) * 256 + $3) * 256 + $4}'; }
-is_png() { # FILE WIDTH HEIGHT: 8-bit grey, from its signature to its end mark
+is_png() { # FILE WIDTH HEIGHT: 8-bit RGB, from its signature to its end mark
     [ "$(od -An -tx1 -N 8 "$work/$1" | tr -d ' ')" = 89504e470d0a1a0a ] || fail "$1: not a PNG file"
     [ "$(be32 "$1" 16)x$(be32 "$1" 20)" = "$2x$3" ] || fail "$1: $(be32 "$1" 16)x$(be32 "$1" 20) pixels"
-    [ "$(od -An -tu1 -j 24 -N 2 "$work/$1" | tr -s ' ')" = " 8 0" ] || fail "$1: not 8-bit grey"
+    [ "$(od -An -tu1 -j 24 -N 2 "$work/$1" | tr -s ' ')" = " 8 2" ] || fail "$1: not 8-bit RGB"
     [ "$(tail -c 8 "$work/$1" | head -c 4)" = IEND ] || fail "$1: cut off"
     [ "$(size "$1")" -gt 50000 ] || fail "$1: too small for a picture of anything"
+}
+# A pixel of the 24-bit TIFF file of run `colours`: uncompressed pixels from byte 8 on, 640 a row.
+pixel() { # FILE X Y CONDITION on r, g, b
+    od -An -tu1 -j $((8 + 3 * ($3 * 640 + $2))) -N 3 "$work/colours/$1" | awk "{r = \$1; g = \$2; b = \$3; exit !($4)}" ||
+        fail "$1: pixel $2,$3 is$(od -An -tu1 -j $((8 + 3 * ($3 * 640 + $2))) -N 3 "$work/colours/$1")"
 }
 # Wait until a file is there; the run that makes it may be slow, but not dead.
 appears() { # RUN FILE
@@ -78,18 +83,22 @@ start verbose --verbose --simulate=lyra03m list
 start described_json "${two[@]}" info --camera ly --json
 start described --simulate=mira13c info
 start picture --simulate=atria06c:5 capture
-start raw --simulate=mira13c capture -n 2 -o shot.raw --size 640x480 --offset 16,8 --subsample 2x4 --rate 20000
+start raw --simulate=mira13c capture --count 2 -o shot.raw --size 640x480 --offset 16,8 --subsample 2x4 --rate 20000
 start measured --simulate=lyra03m stream -n 40 --json
+start colours --simulate=lyra03c capture -o c.tif --matrix none --flip-x
 start piped --simulate=lyra03m stream -n 4 -o -
 start endless --simulate=lyra03m stream -o -
-mkdir -p "$work/full_raw" "$work/full_png" "$work/left"
-for kind in raw png; do
+mkdir -p "$work/full_raw" "$work/full_png" "$work/full_tif" "$work/left"
+for kind in raw png tif; do
     (cd "$work/full_$kind" && ulimit -f 50 &&
         exec "$tool" --resources "$resources" --simulate=lyra03m capture -o a.$kind >"../full_$kind.out" 2>"../full_$kind.err") &
     pids[full_$kind]=$!
 done
 (cd "$work/left" && { "$tool" --resources "$resources" --simulate=lyra03m stream -o - 2>../left.err; echo $? >../left.out; } | head -c 1000 >reader) &
 pids[left]=$!
+mkdir -p "$work/deaf"
+(cd "$work/deaf" && exec "$tool" --resources "$resources" --simulate=lyra03m capture --count 2 >/dev/full 2>../deaf.err) &
+pids[deaf]=$!
 start too_long --simulate=mira50m capture --timeout 0.001 -o a.raw
 start no_size --simulate=lyra03m capture --size 100x100
 start off_sensor --simulate=lyra03m capture --size 640x480 --offset 16,0
@@ -102,8 +111,13 @@ resources=$work/left start no_firmware --simulate=lyra03m list
 
 # ---- Meanwhile, what needs none
 for usage in '' 'lst' 'list --bogus' 'list info' 'capture -n 0' 'capture -n 2x' 'capture --size 10' 'capture --size 70000x1' \
-    'capture --timeout nan' 'capture --subsample 0' 'capture --format tiff' 'capture -o a.dat' 'capture -o -' \
-    'stream -n 1 --seconds 1' 'stream --json -o -' 'stream --seconds inf' '--simulate=lyra03m:x list' \
+    'capture --timeout nan' 'capture --subsample 0' 'capture --format bmp' 'capture -o a.dat' '--picture /dev/null list' \
+    'capture -o a.raw --gamma 2' 'capture -o a.png --bits 16' 'capture --method best' 'capture --gains 1,2' \
+    'capture --gains 1,2,3 --gain 2' 'capture --gains 1,1,1 --saturation 0.05' 'capture --matrix none --hue 5' \
+    'capture --matrix 14' 'convert' 'convert a.raw' 'convert a.raw -o b.raw' 'convert a.raw -o -' \
+    'convert a.raw -o a.png --phase RGB' 'convert a.raw -o a.png --depth 12' 'convert a.raw -o a.png --width 65536' \
+    'convert a.raw -o a.png --product 0x10000' 'convert a.raw -o a.png --product 1 --model mira13c' 'capture -o -' \
+    'stream --count 1 --seconds 1' 'stream --json -o -' 'stream --seconds inf' '--simulate=lyra03m:x list' \
     '--resources /nonexistent list'; do
     # shellcheck disable=SC2086
     "$tool" $usage >"$work/usage.out" 2>"$work/usage.err"
@@ -116,6 +130,131 @@ for asked in --help --version 'capture --help'; do
     "$tool" $asked >"$work/usage.out" 2>"$work/usage.err" || fail "$asked: left with $?" usage
     [ -s "$work/usage.out" ] && [ ! -s "$work/usage.err" ] || fail "$asked: output" usage
 done
+
+# ---- Conversions, without a camera. Files are made and compared byte by byte: uncompressed TIFF has its pixels from
+# byte 8 on.
+mkdir -p "$work/convert"
+cd "$work/convert" || exit 1
+raw() { # FILE BYTE...
+    local file=$1
+    shift
+    printf "$(printf '\\%03o' "$@")" >"$file"
+}
+makes() { # "BYTES" ARGUMENT...: the first bytes of the picture that convert makes with these
+    local expected=$1
+    shift
+    rm -f out.tif
+    "$tool" convert "$@" -o out.tif >../convert.out 2>../convert.err || fail "convert $*: left with $?" convert
+    # shellcheck disable=SC2086,SC2046
+    got=$(echo $(od -An -v -tu1 -j 8 -N "$(set -- $expected && echo $#)" out.tif))
+    [ "$got" = "$expected" ] || fail "convert $*: $got instead of $expected"
+}
+tags() { # TAG=VALUE...: short numbers in the directory of out.tif
+    local words tag
+    words=" $(od -An -v -tu2 out.tif | tr -s ' \n' ' ')"
+    for tag in "$@"; do
+        [[ $words == *" ${tag%=*} 3 1 0 ${tag#*=} "* ]] || fail "out.tif: no tag $tag"
+    done
+}
+refuses() { # WORDS ARGUMENT...: one line, status 1, no file
+    local words=$1 status
+    shift
+    "$tool" convert "$@" >../convert.out 2>../convert.err
+    status=$?
+    [ $status -eq 1 ] && [ ! -s ../convert.out ] && [ "$(wc -l <../convert.err)" -eq 1 ] || fail "convert $*: $status" convert
+    grep -q "^tovix: .*$words" ../convert.err || fail "convert $*: the line does not say '$words'" convert
+    [ -z "$(find . -newer ../mark -name 'no*')" ] || fail "convert $*: left a file behind"
+}
+touch ../mark
+
+# 4 x 4 samples of one colour, in each order of the filter: every method finds it everywhere.
+four=(--width 4 --height 4)
+for order in 'RGGB 120 100 100 80' 'GRBG 100 120 80 100' 'GBRG 100 80 120 100' 'BGGR 80 100 100 120'; do
+    read -r phase a b c d <<<"$order"
+    raw "$phase" "$a" "$b" "$a" "$b" "$c" "$d" "$c" "$d" "$a" "$b" "$a" "$b" "$c" "$d" "$c" "$d"
+    for method in nearest edge zurno quelt four-colour; do
+        makes "$(printf '120 100 80 %.0s' {1..16} | sed 's/ $//')" $phase "${four[@]}" --phase $phase --method $method
+    done
+done
+tags 256=4 257=4 277=3 262=2
+one=(RGGB "${four[@]}" --phase RGGB)
+makes '132 99 65' "${one[@]}" --model lyra03c # its first matrix, worked out by hand
+makes '132 99 65' "${one[@]}" --product 0x0203 --matrix 1
+makes '127 99 69' "${one[@]}" --product 515 --matrix 5
+makes '120 100 80' "${one[@]}" --model lyra03c --matrix none
+makes '145 126 106' "${one[@]}" --brightness 0.1
+makes '112 72 32' "${one[@]}" --contrast 2
+makes '174 159 142' "${one[@]}" --gamma 2
+# By hand: luminance 103.7, chroma -13.4 and 11.6, which these scale, shift or turn.
+for adjusted in '68 48 28 --gain 0.5' '68 203 132 --gains 0.5,2,1.5' '104 104 104 --saturation 0' \
+    '87 107 127 --hue 180'; do
+    read -r r g b option value <<<"$adjusted"
+    makes '' "${one[@]}" "$option" "$value"
+    od -An -tu1 -j 8 -N 3 out.tif | awk "function near(x, y) {return x - y <= 2 && y - x <= 2}
+        {exit !(near(\$1, $r) && near(\$2, $g) && near(\$3, $b))}" || fail "$adjusted: $(od -An -tu1 -j 8 -N 3 out.tif)"
+done
+
+# Grey: rows that the library pads, flips, bytes and words. In words, samples may come either way round.
+raw ramp 1 2 3 4 5 6 11 12 13 14 15 16
+ramp=(ramp --width 6 --height 2 --phase none)
+makes '1 2 3 4 5 6 11 12 13 14 15 16' "${ramp[@]}"
+tags 256=6 257=2 258=8 277=1 262=1
+makes '6 5 4 3 2 1 16 15 14 13 12 11' "${ramp[@]}" --flip-x
+makes '11 12 13 14 15 16 1 2 3 4 5 6' "${ramp[@]}" --flip-y
+makes '16 15 14 13 12 11 6 5 4 3 2 1' ramp --width 6 --height 2 --phase BGGR --method none --flip-x --flip-y
+makes '1 1 2 2 3 3' "${ramp[@]}" --bits 16
+tags 258=16 277=1
+raw words 1 2 3 4 5 6 7 8
+words=(words --width 2 --height 2 --phase none --depth 16)
+makes '1 2 3 4 5 6 7 8' "${words[@]}"
+makes '2 1 4 3 6 5 8 7' "${words[@]}" --byte-order big
+makes '2 4 6 8' "${words[@]}" --bits 8
+makes '1 3 5 7' "${words[@]}" --bits 8 --byte-order big
+# shellcheck disable=SC2046
+raw wide $(od -An -v -tu1 -w1 RGGB | sed 's/^/7 /')
+makes '7 120 7 100 7 80 7 120' wide "${four[@]}" --phase RGGB --depth 16
+tags 277=3
+makes '120 100 80 120' wide "${four[@]}" --phase RGGB --depth 16 --bits 8 --method edge
+
+# The description says what options do not.
+cp RGGB told
+printf '%s\n' width=4 height=4 bits=8 byte_order=little color_filter=RGGB model=never product_id=0x0203 frame=1 >told.txt
+makes '132 99 65' told
+makes '80 100 120' told --phase BGGR --matrix identity
+makes '120 100 120 100 100 80 100 80' told --width 8 --height 2 --method none
+for hostile in 'width=99999999999' 'width=-4' 'width=0' 'width= 4' 'width' '=4' 'width=4=4' 'colour=red' 'bits=12' \
+    'byte_order=middle' 'color_filter=RGBG' 'product_id=0x12345' 'product_id=515' 'height=4' 'serial=x' '' '\0' \
+    '\377\376w'; do
+    { printf 'height=4\ncolor_filter=RGGB\n'; printf "$hostile\n"; } >told.txt
+    refuses 'told.txt, line 3: ' told -o no.png
+done
+printf 'height=4\nwidth=4\n' >told.txt
+refuses 'colour filter of told: .*--phase' told -o no.png
+printf 'width=4\ncolor_filter=RGGB\nmodel=nobody' >told.txt
+refuses 'height of told: .*--height' told -o no.png
+refuses "no model 'nobody'" told -o no.png --height 4
+makes '120 100 80' told --height 4 --matrix identity
+head -c 100000 /dev/zero >told.txt
+refuses 'told.txt: .*more than' told -o no.png
+rm told.txt
+refuses 'told has 16 bytes, but 5 x 4' told -o no.png --width 5 --height 4 --phase RGGB
+refuses '65535 x 65535 samples of 16 bits are 8589672450' told -o no.png --width 65535 --height 65535 --phase RGGB \
+    --depth 16
+truncate -s 1G sparse
+refuses 'more than' sparse -o no.png --width 32768 --height 32768 --phase RGGB
+refuses '1 x 16 cannot' told -o no.png --width 1 --height 16 --phase none
+refuses 'has product ID 0x9999' "${one[@]}" -o no.png --product 0x9999
+refuses 'grey; leave out' "${one[@]}" -o no.png --method none --hue 3
+refuses 'four-colour' "${one[@]}" -o no.tif --method four-colour --bits 16
+refuses 'No such file' nothing -o no.png
+refuses 'not a regular file' . -o no.png
+refuses 'would replace' RGGB "${four[@]}" --phase RGGB -o ./RGGB --format png
+refuses 'cannot write' "${one[@]}" -o nowhere/no.png
+[ "$(ls ./*.part-* 2>/dev/null)" = "" ] || fail "convert: temporary files are left"
+"$tool" convert "${one[@]}" -o flat.png >../convert.out 2>&1 || fail "convert to PNG" convert
+[ "$(cat ../convert.out)" = flat.png ] || fail "convert: the answer is not the name" convert
+cd "$work" || exit 1
+start seen --simulate=lyra03m --picture "$work/convert/flat.png" capture -o s.tif
 
 mkfifo "$work/pipe.raw"
 touch "$work/file"
@@ -130,11 +269,13 @@ ended file_as_folder 1 'cannot write .*Not a directory'
 ended over_folder 1 'cannot write .*Is a directory'
 ended over_pipe 1 'cannot write .*not a regular file'
 [ -p "$work/pipe.raw" ] || fail "over_pipe: the pipe lost its name"
-start nothing list
+start nothing list --json
 if wait "${pids[nothing]}"; then
     echo "a camera is attached: not looked at what happens without one"
 else
-    ended nothing 1 'no camera found; .*--simulate'
+    pids[nothing]=
+    [ "$(cat "$work/nothing.out")" = "[]" ] || fail "nothing: not an empty answer" nothing
+    grep -q '^tovix: no camera found; .*--simulate' "$work/nothing.err" || fail "nothing: no reason" nothing
 fi
 
 # ---- Interrupted while it writes: whole files only
@@ -187,6 +328,19 @@ for fact in width=320 height=120 bits=8 color_filter=RGGB x_offset=16 y_offset=8
     grep -qx "$fact" "$work/raw/shot-0002.raw.txt" || fail "raw: the description has no $fact"
 done
 
+# What was captured needs no words to become a picture.
+(cd "$work/raw" && "$tool" convert shot-0001.raw -o ../shot.png >/dev/null) || fail "shot-0001.raw cannot be converted"
+[ "$(be32 shot.png 16)x$(be32 shot.png 20)" = 320x120 ] || fail "shot.png: $(be32 shot.png 16)x$(be32 shot.png 20)"
+ended seen 0
+[ "$(od -An -v -tu1 -j 8 -N 3000 -w1 "$work/seen/s.tif" | sort -n | uniq | awk 'NR == 1 {a = $1} {b = $1}
+    END {print (a > 20 && b < 50)}')" = 1 ] || fail "seen: not the picture that it looks at"
+
+# The chart's red and blue patches, on a sensor that begins with blue, seen from behind.
+ended colours 0
+holds colours c.tif
+pixel c.tif 575 144 'r > 2 * g && r > 2 * b'
+pixel c.tif 507 172 'b > 2 * r && b > 1.5 * g'
+
 ended measured 0
 is_json measured
 says measured '"frames": 40,'
@@ -200,10 +354,12 @@ wait "${pids[left]}"
 [ "$(cat "$work/left.out")" = 0 ] && [ ! -s "$work/left.err" ] || fail "left: not quiet when the reader leaves" left
 
 # ---- Failures: one line, no file
-for kind in raw png; do
+for kind in raw png tif; do
     ended full_$kind 1 'cannot write a\.'
     holds full_$kind
 done
+ended deaf 1 'cannot write to standard output: No space left'
+holds deaf frame-0001.png
 ended too_long 1 'no frame came within 0.001 s'
 ended no_size 1 'no size 100x100'
 ended off_sensor 1 'not on the sensor; it has 640x480'

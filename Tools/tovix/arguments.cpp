@@ -3,9 +3,10 @@
 
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
-#include <charconv>
 #include <limits>
+
+#include "option_values.h"
+#include "rendering_arguments.h"
 
 namespace {
 
@@ -16,6 +17,7 @@ constexpr char kExamples[] =
     "  tovix list                                     cameras that are attached\n"
     "  tovix capture -o frame.png                     a picture from the first one\n"
     "  tovix capture --camera 1001 -n 20 -o a.raw     a-0001.raw to a-0020.raw, each with a description\n"
+    "  tovix convert a-0001.raw -o a.tif              a picture of it later\n"
     "  tovix --simulate capture                       the same as with a camera, without one\n"
     "  tovix --simulate=lyra03m:77 info               a simulated model, with serial number 77\n"
     "\n"
@@ -23,42 +25,6 @@ constexpr char kExamples[] =
     "Exit status: 0 done, 1 failed, 2 wrong usage.";
 
 constexpr char kSelectorHelp[] = "Index, serial number, or (beginning of the) model;\nif not given, the first camera";
-
-/// All of `digits` as a decimal number from `least` to `most`.
-template <class Number>
-Number parse_number(std::string_view digits, Number least, Number most, const std::string& option) {
-    Number number{};
-    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
-    // Written so that what is not a number at all fails too.
-    if (error != std::errc() || end != digits.data() + digits.size() || !(number >= least && number <= most))
-        throw CLI::ValidationError(option, "'" + printable(std::string(digits)) + "' is not a number from " +
-                                               CLI::detail::to_string(least) + " to " + CLI::detail::to_string(most));
-    return number;
-}
-
-/// An option with a decimal number, kept within its range.
-template <class Number, class Target>
-CLI::Option* add_number(CLI::App& app, const std::string& name, const std::string& unit, Target& target, Number least,
-                        Number most, const std::string& help) {
-    const auto parse = [=, &target](const std::string& value) { target = parse_number(value, least, most, name); };
-    return app.add_option_function<std::string>(name, parse, help)->type_name(unit);
-}
-
-/// An option with two numbers and `separator` between them; a lone number counts twice where that is allowed.
-CLI::Option* add_pair(CLI::App& app, const std::string& name, char separator, bool lone_allowed,
-                      std::optional<NumberPair>& pair, std::uint16_t least, std::uint16_t most,
-                      const std::string& help) {
-    const auto parse = [=, &pair](const std::string& value) {
-        const std::size_t at = value.find(separator);
-        if (at == std::string::npos && !lone_allowed)
-            throw CLI::ValidationError(name, "'" + printable(value) + "' has no '" + separator + "'");
-        const std::string_view whole = value;
-        const std::string_view second = at == std::string::npos ? whole : whole.substr(at + 1);
-        pair =
-            NumberPair{parse_number(whole.substr(0, at), least, most, name), parse_number(second, least, most, name)};
-    };
-    return app.add_option_function<std::string>(name, parse, help);
-}
 
 /// MODEL, MODEL:SERIAL, or nothing but the flag.
 SimulatedCamera parse_simulated(const std::string& value) {
@@ -71,16 +37,14 @@ SimulatedCamera parse_simulated(const std::string& value) {
     return camera;
 }
 
-/// The file's name and kind, once both options have been read.
-void settle_output(CaptureOptions& options, const std::string& format) {
-    if (options.output == "-")
-        throw CLI::ValidationError("-o", "capture writes files; use 'tovix stream -o -' for a pipe");
-    if (options.output.empty()) options.output = format == "raw" ? "frame.raw" : "frame.png";
-    const std::optional<ImageKind> by_name = kind_of(options.output);
-    if (format.empty() && !by_name)
-        throw CLI::ValidationError(
-            "-o", "'" + printable(options.output) + "' ends neither in .png nor in .raw; say --format");
-    options.kind = format.empty() ? *by_name : format == "raw" ? ImageKind::kRaw : ImageKind::kPng;
+/// The kind of file: what --format says, or else its name, which has to be one of `extensions` then.
+ImageKind settled_kind(const std::string& output, const std::string& format, const char* extensions) {
+    if (output == "-") throw CLI::ValidationError("-o", "pictures go into files; use 'tovix stream -o -' for a pipe");
+    const std::optional<ImageKind> kind = format.empty() ? kind_of(output) : kind_of("frame." + format);
+    if (!kind)
+        throw CLI::ValidationError("-o",
+                                   "'" + printable(output) + "' does not end in " + extensions + "; say --format");
+    return *kind;
 }
 
 /// What CLI11 fills in while it parses, and what becomes of it.
@@ -96,6 +60,11 @@ class Parser {
         simulate_ = app_.add_flag("--simulate")
                         ->description("Use a simulated camera, or several; --simulate=MODEL[:SERIAL]")
                         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+        app_.add_option("--picture", global_.picture,
+                        "PNG file that simulated cameras look at;\nif not given, a test chart")
+            ->type_name("FILE")
+            ->check(CLI::Validator(CLI::ExistingFile).description(""))
+            ->needs(simulate_);
         app_.add_option("--resources", global_.resources, "Directory with firmware and FPGA images")
             ->type_name("DIR")
             ->check(CLI::Validator(CLI::ExistingDirectory).description(""));
@@ -103,6 +72,7 @@ class Parser {
         add_list();
         add_info();
         add_capture();
+        add_convert();
         add_stream();
     }
 
@@ -139,7 +109,7 @@ class Parser {
         CaptureOptions& options = capture_options_;
         capture_ = app_.add_subcommand("capture", "Write frames to files");
         capture_->add_option("--camera", options.camera, kSelectorHelp)->type_name("SEL");
-        add_number(*capture_, "-n", "N", options.count, 1u, 1'000'000u, "Number of frames (1)");
+        add_number(*capture_, "-n,--count", "N", options.count, 1u, 1'000'000u, "Number of frames (1)");
         capture_
             ->add_option("-o,--output", options.output,
                          "File (frame.png). Of several frames each gets a number:\n"
@@ -147,10 +117,10 @@ class Parser {
             ->type_name("FILE");
         capture_
             ->add_option("--format", format_,
-                         "png, or raw: the samples, described in FILE.txt;\n"
+                         "png, tiff, or raw: the samples, described in FILE.txt;\n"
                          "if not given, by the name")
-            ->type_name("raw|png")
-            ->check(CLI::IsMember({"raw", "png"}).description(""));
+            ->type_name("raw|png|tiff")
+            ->check(CLI::IsMember({"raw", "png", "tiff"}).description(""));
         add_pair(*capture_, "--size", 'x', false, options.size, 1, kMost, "Area of the sensor, in its pixels")
             ->type_name("WxH");
         add_pair(*capture_, "--offset", ',', false, options.offset, 0, kMost, "Left and top edge of the area (0,0)")
@@ -160,14 +130,47 @@ class Parser {
         add_number(*capture_, "--rate", "R", options.data_rate, 0u, std::numeric_limits<std::uint32_t>::max(),
                    "Data rate, one of those that info shows");
         add_number(*capture_, "--timeout", "S", options.timeout_s, 0.001, 86'400.0, "Longest wait for a frame (10)");
+        rendering_.add_to(*capture_);
         capture_->footer("The names of the files are printed as each is complete.");
+    }
+
+    void add_convert() {
+        ConvertOptions& options = convert_options_;
+        convert_ = app_.add_subcommand("convert", "Make a picture of a saved raw frame, without a camera");
+        convert_->add_option("RAW", options.raw, "File with the samples of one frame")->required();
+        convert_->add_option("-o,--output", options.output, "File")->type_name("FILE")->required();
+        convert_->add_option("--format", convert_format_, "png or tiff; if not given, by the name")
+            ->type_name("png|tiff")
+            ->check(CLI::IsMember({"png", "tiff"}).description(""));
+        add_number(*convert_, "--width", "N", options.facts.width, 1u, kMaxSide, "Samples a row");
+        add_number(*convert_, "--height", "N", options.facts.height, 1u, kMaxSide, "Rows");
+        add_choice(*convert_, "--depth", options.facts.bits, {{"8", 8u}, {"16", 16u}}, "Bits of a sample (8)");
+        add_choice(*convert_, "--byte-order", options.facts.msb_first, {{"little", false}, {"big", true}},
+                   "Of samples of 16 bits (little)");
+        convert_->add_option("--phase", options.facts.color_filter, "Colours of the first two rows")
+            ->type_name("RGGB|GRBG|GBRG|BGGR|none")
+            ->check(CLI::IsMember({"RGGB", "GRBG", "GBRG", "BGGR", "none"}).description(""));
+        CLI::Option* const model = convert_->add_option("--model", options.facts.model, "Model with the matrices");
+        const auto parse_product = [this](const std::string& value) {
+            const bool hex = value.starts_with("0x") || value.starts_with("0X");
+            convert_options_.facts.product_id =
+                parse_number<std::uint16_t>(std::string_view(value).substr(hex ? 2 : 0), 0,
+                                            std::numeric_limits<std::uint16_t>::max(), "--product", hex ? 16 : 10);
+        };
+        convert_->add_option_function<std::string>("--product", parse_product, "The same by USB product ID")
+            ->type_name("ID")
+            ->excludes(model);
+        convert_rendering_.add_to(*convert_);
+        convert_->footer(
+            "A frame that capture saved needs none of --width to --product: RAW.txt beside it\n"
+            "says all that. Options go before what is said there.");
     }
 
     void add_stream() {
         StreamOptions& options = stream_options_;
         stream_ = app_.add_subcommand("stream", "Run the stream: measure it, or hand the frames to a pipe");
         stream_->add_option("--camera", options.camera, kSelectorHelp)->type_name("SEL");
-        CLI::Option* const count = add_number(*stream_, "-n", "N", options.count, 1u,
+        CLI::Option* const count = add_number(*stream_, "-n,--count", "N", options.count, 1u,
                                               std::numeric_limits<std::uint32_t>::max(), "Stop after N frames");
         add_number(*stream_, "--seconds", "S", options.seconds, 0.001, 1e9, "Stop after S seconds")->excludes(count);
         stream_->add_flag("--stats", options.stats,
@@ -188,25 +191,42 @@ class Parser {
     Command chosen() {
         if (list_->parsed()) return list_options_;
         if (info_->parsed()) return info_options_;
-        if (capture_->parsed()) {
-            settle_output(capture_options_, format_);
-            return capture_options_;
-        }
+        if (capture_->parsed()) return chosen_capture();
+        if (convert_->parsed()) return chosen_convert();
         stream_options_.to_stdout = !stream_output_.empty();
         if (stream_options_.to_stdout && isatty(STDOUT_FILENO) == 1)
             throw CLI::ValidationError("-o", "frames do not belong on a terminal; give a pipe or a file");
         return stream_options_;
     }
 
+    Command chosen_capture() {
+        CaptureOptions& options = capture_options_;
+        if (options.output.empty()) options.output = format_.empty() ? "frame.png" : "frame." + format_;
+        options.kind = settled_kind(options.output, format_, ".png, .tif, .tiff or .raw");
+        options.rendering = rendering_.settled(options.kind);
+        return options;
+    }
+
+    Command chosen_convert() {
+        ConvertOptions& options = convert_options_;
+        options.kind = settled_kind(options.output, convert_format_, ".png, .tif or .tiff");
+        if (options.kind == ImageKind::kRaw)
+            throw CLI::ValidationError("-o", "a picture is no raw file; give a name that ends in .png or .tif");
+        options.rendering = convert_rendering_.settled(options.kind);
+        return options;
+    }
+
     CLI::App app_;
     CLI::Option* simulate_ = nullptr;
-    CLI::App *list_ = nullptr, *info_ = nullptr, *capture_ = nullptr, *stream_ = nullptr;
+    CLI::App *list_ = nullptr, *info_ = nullptr, *capture_ = nullptr, *convert_ = nullptr, *stream_ = nullptr;
     GlobalOptions global_;
     ListOptions list_options_;
     InfoOptions info_options_;
     CaptureOptions capture_options_;
+    ConvertOptions convert_options_;
     StreamOptions stream_options_;
-    std::string format_, stream_output_;
+    RenderingArguments rendering_, convert_rendering_;
+    std::string format_, convert_format_, stream_output_;
 };
 
 }  // namespace

@@ -6,7 +6,7 @@
 
 #include "commands.h"
 
-using Command = std::variant<ListOptions, InfoOptions, CaptureOptions, StreamOptions>;
+using Command = std::variant<ListOptions, InfoOptions, CaptureOptions, ConvertOptions, StreamOptions>;
 
 struct Arguments {
     GlobalOptions global;

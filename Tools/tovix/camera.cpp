@@ -7,12 +7,6 @@ namespace {
 
 constexpr char kReplug[] = "unplug the camera and plug it in again, or run with --verbose to see each step";
 
-const char* color_filter_text(std::uint32_t flags) {
-    if ((flags & TOVIX_IMAGE_MONO) != 0) return "none";
-    if ((flags & TOVIX_IMAGE_BLUE_ROW) != 0) return (flags & TOVIX_IMAGE_GREEN_FIRST) != 0 ? "GBRG" : "BGGR";
-    return (flags & TOVIX_IMAGE_GREEN_FIRST) != 0 ? "GRBG" : "RGGB";
-}
-
 }  // namespace
 
 Camera::Camera(const ListedCamera& listed, QuietStderr& quiet) : listed_(listed), quiet_(quiet) {
@@ -63,7 +57,7 @@ FrameLayout Camera::frame_layout() const {
     return {
         .width = format.width,
         .height = format.height,
-        .color_filter = color_filter_text(format.flags),
+        .color_filter = color_filter_of(format.flags),
         .color_filter_family = (format.flags & TOVIX_IMAGE_SECOND_FAMILY) != 0 ? 2u : 1u,
     };
 }

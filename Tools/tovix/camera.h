@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "camera_list.h"
+#include "frame_layout.h"
 #include "quiet_stderr.h"
 
 /// What the sensor can do, in sensor pixels. The granularities are at least 1.
@@ -15,13 +16,6 @@ struct SensorLimits {
     std::uint32_t width, height;
     std::uint32_t unit_width, unit_height;  // sizes are multiples of these
     std::uint32_t max_subsampling;          // 1: none
-};
-
-/// The frames as the camera delivers them: rows top to bottom, unpadded, one byte a sample.
-struct FrameLayout {
-    std::uint32_t width, height;
-    std::string color_filter;           // samples of the first two rows, as in "RGGB"; "none" for a monochrome sensor
-    std::uint32_t color_filter_family;  // 1, or 2 for the second family of colour codes
 };
 
 class Camera {

@@ -51,7 +51,7 @@ CameraSession::CameraSession(const GlobalOptions& options, QuietStderr& quiet, M
     }
     try {
         for (const SimulatedCamera& camera : options.simulated)
-            attach(camera, marks);
+            attach(camera, options.picture, marks);
         start_up(options);
     } catch (...) {  // no destructor runs for what was not made whole
         if (simulated_) tovix_simulation_end();
@@ -63,13 +63,14 @@ CameraSession::~CameraSession() {
     if (simulated_) tovix_simulation_end();
 }
 
-void CameraSession::attach(const SimulatedCamera& camera, Marks marks) const {
+void CameraSession::attach(const SimulatedCamera& camera, const std::string& picture, Marks marks) const {
     if (!camera.model.empty() && !is_model(camera.model))
         throw Failure("there is no simulated model '" + printable(camera.model) + "'; choose from: " + model_names());
     tovix_simulated_options options{};
     options.size = sizeof options;
     options.state = TOVIX_SIMULATED_BARE;
     options.model = camera.model.empty() ? nullptr : camera.model.c_str();
+    options.picture = picture.empty() ? nullptr : picture.c_str();
     options.serial_number = camera.serial_number;
     options.mark_frames = marks == Marks::kInFrames;
     if (const std::int32_t result = tovix_simulation_attach(&options, nullptr); result < 0)
@@ -79,8 +80,7 @@ void CameraSession::attach(const SimulatedCamera& camera, Marks marks) const {
 void CameraSession::start_up(const GlobalOptions& options) {
     Progress progress(quiet_);
     progress.note("bringing cameras up ...");
-    std::string resources = options.resources;
-    if (resources.empty() && simulated_) resources = find_resources();
+    const std::string resources = options.resources.empty() ? find_resources(simulated_) : options.resources;
     if (const std::int32_t result = tovix_init(resources.empty() ? nullptr : resources.c_str()); result < 0)
         throw quiet_.failure("cannot search for cameras", result, kVerboseAdvice);
 
@@ -93,8 +93,8 @@ void CameraSession::start_up(const GlobalOptions& options) {
     }
     if (!cameras_.empty()) return;
     const std::string reason = quiet_.last_error();
-    if (reason.empty()) throw Failure(std::string("no camera found; ") + kNoCameraAdvice);
-    throw Failure("no camera found: " + reason + "; check --resources and the cable, or " + kVerboseAdvice);
+    if (reason.empty()) throw NoCamera(std::string("no camera found; ") + kNoCameraAdvice);
+    throw NoCamera("no camera found: " + reason + "; check --resources and the cable, or " + kVerboseAdvice);
 }
 
 Camera CameraSession::open(const std::string& selector) const {

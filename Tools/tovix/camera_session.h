@@ -17,8 +17,14 @@ struct SimulatedCamera {
 /// What stands in front of the command.
 struct GlobalOptions {
     std::vector<SimulatedCamera> simulated;  // none: the host's bus
+    std::string picture;                     // PNG file that they look at; empty: the test chart
     std::string resources;                   // resource directory; empty: the usual one
     bool verbose = false;
+};
+
+/// There is nothing on the bus that could be opened.
+struct NoCamera : Failure {
+    using Failure::Failure;
 };
 
 class CameraSession {
@@ -27,7 +33,7 @@ class CameraSession {
 
     /// Bring the attached cameras up and list them; several seconds when one has no firmware yet. There is at
     /// least one camera afterwards. `marks` asks simulated cameras to number their frames in the pixels. Throws
-    /// Failure.
+    /// Failure, and NoCamera where there is none.
     CameraSession(const GlobalOptions& options, QuietStderr& quiet, Marks marks = Marks::kNone);
     ~CameraSession();
     CameraSession(const CameraSession&) = delete;
@@ -39,7 +45,7 @@ class CameraSession {
     Camera open(const std::string& selector) const;
 
   private:
-    void attach(const SimulatedCamera& camera, Marks marks) const;
+    void attach(const SimulatedCamera& camera, const std::string& picture, Marks marks) const;
     void start_up(const GlobalOptions& options);
 
     QuietStderr& quiet_;

@@ -1,8 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // tovix capture: frames into files. The answer is the names of the files, one a line, as each is complete.
+#include <numeric>
+
+#include "answer.h"
 #include "camera_stream.h"
 #include "commands.h"
 #include "image_files.h"
+#include "model_matrices.h"
 #include "pending_file.h"
 #include "progress.h"
 
@@ -44,19 +48,16 @@ void configure(const Camera& camera, const CaptureOptions& options) {
         if (options.subsampling) {
             area.subsample_x = options.subsampling->first;
             area.subsample_y = options.subsampling->second;
+            // Frames with an odd side could not be made into pictures.
+            if (!options.size) {
+                area.width = whole_units(area.width, std::lcm(sensor.unit_width, 2u * area.subsample_x));
+                area.height = whole_units(area.height, std::lcm(sensor.unit_height, 2u * area.subsample_y));
+            }
         }
         check_area(area, sensor);
         camera.set_area(area);
     }
     if (options.data_rate) camera.set_data_rate(*options.data_rate);  // after the area, which resets it
-}
-
-void write_frame(const HeldFrame& frame, const std::string& name, ImageKind kind, const FrameDescription& description) {
-    if (kind == ImageKind::kRaw) {
-        write_raw(name, frame.samples(), description);
-    } else {
-        write_png(name, render(frame.samples(), description.layout));
-    }
 }
 
 }  // namespace
@@ -70,6 +71,10 @@ void run(const CaptureOptions& options, const GlobalOptions& global, QuietStderr
     const Camera camera = session.open(options.camera);
     configure(camera, options);
     FrameDescription description{camera.frame_layout(), camera.area(), camera.listed(), 0};
+    std::optional<Renderer> renderer;
+    if (options.kind != ImageKind::kRaw)
+        renderer.emplace(options.rendering, description.layout,
+                         &model_of_product(static_cast<std::uint16_t>(camera.listed().identity.product_id)));
 
     CameraStream stream(camera, std::chrono::duration_cast<CameraStream::Clock::duration>(
                                     std::chrono::duration<double>(options.timeout_s)));
@@ -80,9 +85,13 @@ void run(const CaptureOptions& options, const GlobalOptions& global, QuietStderr
         if (!frame) throw stream.failure(text("after %u of %u frames", done, options.count));
         description.number = done + 1;
         const std::string name = frame_name(options.output, description.number, options.count);
-        write_frame(*frame, name, options.kind, description);
+        if (renderer) {
+            write_picture(name, options.kind, renderer->render(frame->samples()));
+        } else {
+            write_raw(name, frame->samples(), description);
+        }
         progress.clear();
         std::printf("%s\n", name.c_str());
-        std::fflush(stdout);
+        flush_answer();
     }
 }

@@ -8,7 +8,9 @@
 #include <string>
 
 #include "camera_session.h"
+#include "description.h"
 #include "file_names.h"
+#include "rendering.h"
 
 struct ListOptions {
     bool json = false;
@@ -34,6 +36,14 @@ struct CaptureOptions {
     std::optional<NumberPair> subsampling;
     std::optional<std::uint32_t> data_rate;
     double timeout_s = 10;  // for one frame
+    RenderingOptions rendering;
+};
+
+struct ConvertOptions {
+    std::string raw, output;
+    ImageKind kind = ImageKind::kPng;
+    RawFacts facts;  // what the command line says of the frame
+    RenderingOptions rendering;
 };
 
 struct StreamOptions {
@@ -49,4 +59,5 @@ struct StreamOptions {
 void run(const ListOptions& options, const GlobalOptions& global, QuietStderr& quiet);
 void run(const InfoOptions& options, const GlobalOptions& global, QuietStderr& quiet);
 void run(const CaptureOptions& options, const GlobalOptions& global, QuietStderr& quiet);
+void run(const ConvertOptions& options, const GlobalOptions& global, QuietStderr& quiet);
 void run(const StreamOptions& options, const GlobalOptions& global, QuietStderr& quiet);

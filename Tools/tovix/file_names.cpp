@@ -32,6 +32,7 @@ std::optional<ImageKind> kind_of(const std::string& name) {
     std::ranges::transform(extension, extension.begin(), [](unsigned char c) { return std::tolower(c); });
     if (extension == ".raw") return ImageKind::kRaw;
     if (extension == ".png") return ImageKind::kPng;
+    if (extension == ".tif" || extension == ".tiff") return ImageKind::kTiff;
     return {};
 }
 

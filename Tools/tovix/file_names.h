@@ -6,9 +6,9 @@
 #include <optional>
 #include <string>
 
-enum class ImageKind { kRaw, kPng };
+enum class ImageKind { kRaw, kPng, kTiff };
 
-/// By the extension of a name, in any case: .raw or .png.
+/// By the extension of a name, in any case: .raw, .png, .tif or .tiff.
 std::optional<ImageKind> kind_of(const std::string& name);
 
 /// Name of frame `number` of `count`. A %d or %04d (any width of one digit) in the last part of `name`

@@ -5,25 +5,21 @@
 #include <unistd.h>
 
 #include "pending_file.h"
+#include "tiff_file.h"
 
 namespace {
 
-std::string describe(const FrameDescription& frame) {
-    return text("width=%u\nheight=%u\nbits=8\nbyte_order=little\n", frame.layout.width, frame.layout.height) +
-           text("color_filter=%s\ncolor_filter_family=%u\n", frame.layout.color_filter.c_str(),
-                frame.layout.color_filter_family) +
-           text("x_offset=%u\ny_offset=%u\n", frame.area.x_offset, frame.area.y_offset) +
-           text("subsample_x=%u\nsubsample_y=%u\n", unsigned{frame.area.subsample_x},
-                unsigned{frame.area.subsample_y}) +
-           text("model=%s\nserial=%u\nframe=%u\n", frame.camera.model.c_str(), frame.camera.identity.serial_number,
-                frame.number);
+void write_png(const PendingFile& file, const Picture& picture) {
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    image.width = picture.width;
+    image.height = picture.height;
+    image.format = picture.channels == 3 ? PNG_FORMAT_RGB : PNG_FORMAT_GRAY;
+    if (png_image_write_to_stdio(&image, file.stream(), 0, picture.bytes.data(), 0, nullptr) == 0)
+        throw file.failure(image.message);
 }
 
 }  // namespace
-
-std::string description_name(const std::string& raw_name) {
-    return raw_name + ".txt";
-}
 
 void write_raw(const std::string& name, std::span<const std::uint8_t> samples, const FrameDescription& description) {
     PendingFile raw(name), words(description_name(name));
@@ -40,15 +36,13 @@ void write_raw(const std::string& name, std::span<const std::uint8_t> samples, c
     }
 }
 
-void write_png(const std::string& name, const Picture& picture) {
+void write_picture(const std::string& name, ImageKind kind, const Picture& picture) {
     PendingFile file(name);
-    png_image image{};
-    image.version = PNG_IMAGE_VERSION;
-    image.width = picture.width;
-    image.height = picture.height;
-    image.format = picture.channels == 3 ? PNG_FORMAT_RGB : PNG_FORMAT_GRAY;
-    if (png_image_write_to_stdio(&image, file.stream(), 0, picture.pixels.data(), 0, nullptr) == 0)
-        throw Failure("cannot write " + name + ": " + image.message + "; choose another place with -o");
+    if (kind == ImageKind::kTiff) {
+        write_tiff(file, picture);
+    } else {
+        write_png(file, picture);
+    }
     file.finish();
     file.commit();
 }

@@ -5,23 +5,13 @@
 #include <span>
 #include <string>
 
-#include "camera.h"
+#include "description.h"
+#include "file_names.h"
 #include "rendering.h"
 
-/// What has to be known of a raw frame to make a picture of it later.
-struct FrameDescription {
-    FrameLayout layout;
-    _tovix_frame_format area;  // of the sensor
-    ListedCamera camera;
-    std::uint32_t number;  // in its capture, from 1
-};
-
-/// Name of the description that belongs to a raw file.
-std::string description_name(const std::string& raw_name);
-
-/// The samples to `name`, the description to description_name(): a line "key=value" for each fact. Once the
-/// raw file is there, so is its description. Throws Failure, with nothing left behind.
+/// The samples to `name`, the description to description_name(). Once the raw file is there, so is its description.
+/// Throws Failure, with nothing left behind.
 void write_raw(const std::string& name, std::span<const std::uint8_t> samples, const FrameDescription& description);
 
-/// Throws Failure, with nothing left behind.
-void write_png(const std::string& name, const Picture& picture);
+/// A PNG file, of an 8-bit picture, or a TIFF file. Throws Failure, with nothing left behind.
+void write_picture(const std::string& name, ImageKind kind, const Picture& picture);

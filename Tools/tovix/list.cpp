@@ -43,11 +43,17 @@ void print_table(const std::vector<ListedCamera>& cameras) {
 }  // namespace
 
 void run(const ListOptions& options, const GlobalOptions& global, QuietStderr& quiet) {
-    const CameraSession session(global, quiet);
+    std::optional<CameraSession> session;
+    try {
+        session.emplace(global, quiet);
+    } catch (const NoCamera&) {
+        if (options.json) print_json({});
+        throw;
+    }
     if (options.json) {
-        print_json(session.cameras());
+        print_json(session->cameras());
     } else {
-        print_table(session.cameras());
+        print_table(session->cameras());
     }
     if (const std::string error = quiet.last_error(); !error.empty())
         std::fprintf(quiet.messages(), "tovix: a camera may be missing: %s; --verbose shows each step\n",

@@ -3,10 +3,10 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <csignal>
-#include <cstring>
+#include <new>
 
+#include "answer.h"
 #include "arguments.h"
 
 namespace {
@@ -21,12 +21,6 @@ void fill_standard_streams() {
     if (file >= 0) close(file);
 }
 
-/// What is still buffered must have arrived, unless the reader has left, who has seen enough.
-void finish_stdout() {
-    if (std::fflush(stdout) != 0 && errno != EPIPE)
-        throw Failure(std::string("cannot write to standard output: ") + std::strerror(errno));
-}
-
 }  // namespace
 
 int main(int argc, char** argv) try {
@@ -35,12 +29,18 @@ int main(int argc, char** argv) try {
     std::signal(SIGXFSZ, SIG_IGN);  // a limit on the size of files
 
     const auto parsed = parse_arguments(argc, argv);
-    if (const int* const status = std::get_if<int>(&parsed)) return *status;
+    if (const int* const status = std::get_if<int>(&parsed)) {
+        flush_answer();  // help
+        return *status;
+    }
     const auto& arguments = std::get<Arguments>(parsed);
     QuietStderr quiet(arguments.global.verbose);
     std::visit([&](const auto& options) { run(options, arguments.global, quiet); }, arguments.command);
-    finish_stdout();
+    flush_answer();
     return 0;
+} catch (const std::bad_alloc&) {
+    std::fprintf(stderr, "tovix: out of memory\n");
+    return kFailed;
 } catch (const std::exception& failure) {
     std::fflush(stdout);
     std::fprintf(stderr, "tovix: %s\n", failure.what());

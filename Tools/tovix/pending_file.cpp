@@ -10,8 +10,6 @@
 #include <filesystem>
 #include <utility>
 
-#include "failure.h"
-
 namespace {
 
 Failure cannot_write(const std::string& path, const char* reason) {
@@ -39,6 +37,10 @@ PendingFile::PendingFile(std::string path)
 PendingFile::~PendingFile() {
     if (stream_ != nullptr) std::fclose(stream_);
     if (!temporary_.empty()) unlink(temporary_.c_str());
+}
+
+Failure PendingFile::failure(const std::string& reason) const {
+    return cannot_write(path_, reason.c_str());
 }
 
 void PendingFile::write(std::span<const std::uint8_t> bytes) {

@@ -7,6 +7,8 @@
 #include <span>
 #include <string>
 
+#include "failure.h"
+
 class PendingFile {
   public:
     /// Create a temporary file beside `path`. Throws Failure.
@@ -17,6 +19,8 @@ class PendingFile {
     PendingFile& operator=(const PendingFile&) = delete;
 
     std::FILE* stream() const { return stream_; }
+    /// Why it cannot be written, in the words of whoever wrote to stream().
+    Failure failure(const std::string& reason) const;
     /// Throws Failure.
     void write(std::span<const std::uint8_t> bytes);
     void write(const std::string& words);

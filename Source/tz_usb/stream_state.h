@@ -83,13 +83,13 @@ struct StreamState {
     CFRunLoopRef stream_run_loop TZ_GUARDED_BY(stream_mutex);     // the thread's, while it streams
 
     StreamThread thread_state TZ_GUARDED_BY(stream_mutex);
-    bool camera_lost TZ_GUARDED_BY(stream_mutex);    // no read will succeed any more: the stream is at its end
-    bool drain_aborted TZ_GUARDED_BY(stream_mutex);  // the last read was cancelled by us: do not issue it again
-    std::uint32_t failures TZ_GUARDED_BY(stream_mutex);          // tries to read that failed or were refused, in a row
+    bool camera_lost TZ_GUARDED_BY(stream_mutex);        // no read will succeed any more: the stream is at its end
+    bool drain_aborted TZ_GUARDED_BY(stream_mutex);      // the last read was cancelled by us: do not issue it again
+    std::uint32_t failures TZ_GUARDED_BY(stream_mutex);  // tries to read that failed or were refused, in a row
     std::uint64_t failing_since_ns TZ_GUARDED_BY(stream_mutex);  // when the first of them did
     std::uint32_t retry_pause_us TZ_GUARDED_BY(stream_mutex);    // until the next try
     std::uint32_t starts TZ_GUARDED_BY(stream_mutex);            // tells a waiter that its stream has been replaced
-    std::uint32_t waiters TZ_GUARDED_BY(stream_mutex);         // threads inside the wait call
+    std::uint32_t waiters TZ_GUARDED_BY(stream_mutex);           // threads inside the wait call
 
     /// The ring is allocated and the lock is set up. Changes only in enable and disable.
     bool enabled() const { return buffers[0].data != nullptr; }

@@ -1,17 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
 // Long runs on the simulated bus: frames, starts and opens by the thousand, with what they leave behind.
 //
-//   soak FRAMES STARTS OPENS
+//   soak FRAMES STARTS OPENS UNPLUGS
 //
-// Prints frame rate and processor share, torn and unaccounted-for frames, and what grew: memory, descriptors, threads.
+// Prints frame rate and processor share, torn and unaccounted-for frames, what grew (memory, descriptors, threads), and how
+// long waiters and stops took when the camera was pulled out.
 #include <sys/resource.h>
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <thread>
 
 #include "backend.h"
 #include "tovixapi/simulation.h"
@@ -95,14 +99,51 @@ void run_frames(_tovix* camera, tovix_simulated_camera* device, long frames) {
     check(torn == 0 && unsorted == 0, "torn or unsorted frames");
 }
 
+/// Pull the camera out of a running stream, with 0, 1 or 2 buffers held and a waiter, and while a stop is under way.
+void pull_out(_tovix*& camera, tovix_simulated_camera* device, long unplugs) {
+    double longest_wait = 0, longest_stop = 0;
+    for (long i = 0; i < unplugs; ++i) {
+        check(tovix_camera_open_any(&camera) == 0 && camera != nullptr, "open after a replug");
+        if (camera == nullptr) return;
+        check(tovix_enable_streaming(camera) == 0 && tovix_start_streaming(camera) == 0, "start after a replug");
+        for (long held = 0; held < i % 3; ++held)
+            tovix_wait_for_capture_to_buffer(camera);
+        std::atomic<double> wait_ended{0};
+        std::thread waiter([&] {
+            for (std::int32_t index = 0; index != TOVIX_ENODATA;) {
+                index = tovix_wait_for_capture_to_buffer(camera);
+                if (index >= 0) tovix_release_buffer(camera, index);
+            }
+            wait_ended = seconds_now();
+        });
+        std::thread stopper;
+        if (i % 4 == 3) stopper = std::thread([&] { tovix_stop_streaming(camera); });
+        const double pulled = seconds_now();
+        tovix_simulation_unplug(device);
+        if (stopper.joinable()) {
+            stopper.join();
+        } else {
+            check(tovix_stop_streaming(camera) == 0, "stop of a camera that is gone");
+        }
+        longest_stop = std::max(longest_stop, seconds_now() - pulled);
+        waiter.join();
+        longest_wait = std::max(longest_wait, wait_ended - pulled);
+        tovix_camera_close(&camera);
+        tovix_simulation_plug_in(device);
+    }
+    std::printf("%ld unplugs: longest wait %.1f ms, longest stop %.1f ms\n", unplugs, longest_wait * 1e3,
+                longest_stop * 1e3);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 4) {
-        std::fprintf(stderr, "usage: soak FRAMES STARTS OPENS\n");
+    if (argc != 5) {
+        std::fprintf(stderr, "usage: soak FRAMES STARTS OPENS UNPLUGS\n");
         return 2;
     }
-    const long frames = std::atol(argv[1]), starts = std::atol(argv[2]), opens = std::atol(argv[3]);
+    const long frames = std::atol(argv[1]), starts = std::atol(argv[2]), opens = std::atol(argv[3]),
+               unplugs = std::atol(argv[4]);
     if (std::freopen("/dev/null", "w", stderr) == nullptr) return 1;  // the library's progress lines
 
     tovix_simulation_begin(TOVIX_SIMULATION_FAST);
@@ -140,6 +181,7 @@ int main(int argc, char** argv) {
     for (long i = 0; i < opens; ++i)
         open_and_close();
     compare((std::to_string(opens) + " opens and closes").c_str(), before, footprint());
+    pull_out(camera, device, unplugs);
     tovix_simulation_end();
     return failures == 0 ? 0 : 1;
 }

@@ -257,6 +257,16 @@ TEST(Simulation, FaultsComeWhereAndWhenTheyWerePlanted) {
     tovix_simulation_end();
 }
 
+TEST(Simulation, WithoutWishesACameraIsReady) {
+    ASSERT_EQ(tovix_simulation_begin(TOVIX_SIMULATION_STEPPED), 0);
+    ASSERT_EQ(tovix_simulation_attach(nullptr, nullptr), 0);
+    _tovix* camera = nullptr;
+    EXPECT_EQ(tovix_camera_open_any(&camera), 0);
+    EXPECT_NE(camera, nullptr);
+    EXPECT_EQ(tovix_camera_close(&camera), 0);
+    tovix_simulation_end();
+}
+
 TEST(Simulation, ATornFrameIsSeen) {
     ASSERT_EQ(tovix_simulation_begin(TOVIX_SIMULATION_FAST), 0);
     const tovix_simulated_options options = options_of("lyra03c", TOVIX_SIMULATED_READY);

@@ -109,7 +109,7 @@ TOVIX_API void tovix_simulation_end(void);
 
 /**
  * Attach a camera.
- * @param options  null: the defaults
+ * @param options  null: the first model, ready to be opened
  * @param camera   receives the camera; may be null
  * @return 0; TOVIX_EINVAL, after a report, for no simulated bus, a size of 0, an unknown model or state, or a bad
  *         picture file; TOVIX_ENOMEM

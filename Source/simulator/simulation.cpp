@@ -125,8 +125,11 @@ std::int32_t tovix_simulation_attach(const tovix_simulated_options* options, tov
     if (!simulation) return refuse("error: there is no simulated bus to attach a camera to\n", "");
     return guarded([&] {
         tovix_simulated_options wanted{};
-        if (options != nullptr && !take(*options, wanted))
-            return refuse("error: options of a simulated camera without a size\n", "");
+        if (options == nullptr) {
+            wanted.state = TOVIX_SIMULATED_READY;
+        } else if (!take(*options, wanted)) {
+            return refuse("error: the options of a simulated camera have no size\n", "");
+        }
         DeviceOptions device;
         if (const std::int32_t result = make_options(wanted, device); result < 0) return result;
         const std::lock_guard lock(simulation->mutex);

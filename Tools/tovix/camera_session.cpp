@@ -80,7 +80,8 @@ void CameraSession::attach(const SimulatedCamera& camera, const std::string& pic
 void CameraSession::start_up(const GlobalOptions& options) {
     Progress progress(quiet_);
     progress.note("bringing cameras up ...");
-    const std::string resources = options.resources.empty() ? find_resources(simulated_) : options.resources;
+    const std::string resources =
+        options.resources.empty() && simulated_ ? find_simulated_resources() : options.resources;
     if (const std::int32_t result = tovix_init(resources.empty() ? nullptr : resources.c_str()); result < 0)
         throw quiet_.failure("cannot search for cameras", result, kVerboseAdvice);
 

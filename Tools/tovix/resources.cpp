@@ -7,14 +7,13 @@
 
 namespace fs = std::filesystem;
 
-std::string find_resources(bool simulated) {
+std::string find_simulated_resources() {
     std::error_code error;
     const fs::path tool = fs::read_symlink("/proc/self/exe", error);
     const fs::path installed = tool.parent_path() / TOVIX_RESOURCES_FROM_TOOL;
     for (const fs::path& directory : {installed.lexically_normal(), fs::path(TOVIX_SOURCE_RESOURCES)}) {
         if (fs::is_directory(directory, error)) return directory.string();
     }
-    if (!simulated) return {};
     throw Failure("no firmware for simulated cameras at " + installed.lexically_normal().string() +
                   "; name its directory with --resources DIR");
 }

@@ -41,8 +41,7 @@ FrameLayout layout_of(const ConvertOptions& options, const RawFacts& described) 
 }
 
 bool needs_model(const RenderingOptions& rendering, const FrameLayout& layout) {
-    const std::uint32_t matrix = rendering.matrix.value_or(TOVIX_MATRIX_MODEL);
-    return !layout.mono() && matrix >= TOVIX_MATRIX_MODEL && matrix < TOVIX_MATRIX_IDENTITY;
+    return !layout.mono() && is_of_model(rendering.matrix.value_or(TOVIX_MATRIX_MODEL));
 }
 
 /// The model whose matrices count, or null when none is named. What was given on the command line goes first, and a

@@ -232,6 +232,7 @@ printf 'height=4\nwidth=4\n' >told.txt
 refuses 'colour filter of told: .*--phase' told -o no.png
 printf 'width=4\ncolor_filter=RGGB\nmodel=nobody' >told.txt
 refuses 'height of told: .*--height' told -o no.png
+refuses 'would replace told.txt' told -o told.txt --format png --height 4 --matrix identity
 refuses "no model 'nobody'" told -o no.png --height 4
 makes '120 100 80' told --height 4 --matrix identity
 head -c 100000 /dev/zero >told.txt

@@ -69,9 +69,11 @@ std::vector<std::uint8_t> read_samples(const InputFile& raw, const std::string& 
 void run(const ConvertOptions& options, const GlobalOptions&, QuietStderr&) {
     check_writable(options.output);
     const InputFile raw(options.raw);
-    std::error_code error;
-    if (std::filesystem::equivalent(options.raw, options.output, error))
-        throw Failure("the picture would replace " + printable(options.raw) + "; choose another name with -o");
+    for (const std::string& source : {options.raw, description_name(options.raw)}) {
+        std::error_code error;  // a file that is not there is not replaced
+        if (std::filesystem::equivalent(source, options.output, error))
+            throw Failure("the picture would replace " + printable(source) + "; choose another name with -o");
+    }
     const RawFacts described = read_description(options.raw);
     const FrameLayout layout = layout_of(options, described);
     const std::vector<std::uint8_t> samples = read_samples(raw, options.raw, layout);

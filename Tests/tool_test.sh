@@ -232,6 +232,7 @@ printf 'height=4\nwidth=4\n' >told.txt
 refuses 'colour filter of told: .*--phase' told -o no.png
 printf 'width=4\ncolor_filter=RGGB\nmodel=nobody' >told.txt
 refuses 'height of told: .*--height' told -o no.png
+refuses 'would replace told.txt' told -o told.txt --format png --height 4 --matrix identity
 refuses "no model 'nobody'" told -o no.png --height 4
 makes '120 100 80' told --height 4 --matrix identity
 head -c 100000 /dev/zero >told.txt
@@ -243,6 +244,8 @@ refuses '65535 x 65535 samples of 16 bits are 8589672450' told -o no.png --width
 truncate -s 1G sparse
 refuses 'more than' sparse -o no.png --width 32768 --height 32768 --phase RGGB
 refuses '1 x 16 cannot' told -o no.png --width 1 --height 16 --phase none
+refuses 'nothing tells the model; give --model' "${one[@]}" -o no.png --matrix model
+refuses 'no matrix 13; choose from: 1 2 5$' "${one[@]}" -o no.png --model mira13c --matrix 13
 refuses 'has product ID 0x9999' "${one[@]}" -o no.png --product 0x9999
 refuses 'grey; leave out' "${one[@]}" -o no.png --method none --hue 3
 refuses 'four-colour' "${one[@]}" -o no.tif --method four-colour --bits 16

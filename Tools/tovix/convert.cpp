@@ -41,8 +41,7 @@ FrameLayout layout_of(const ConvertOptions& options, const RawFacts& described) 
 }
 
 bool needs_model(const RenderingOptions& rendering, const FrameLayout& layout) {
-    const std::uint32_t matrix = rendering.matrix.value_or(TOVIX_MATRIX_MODEL);
-    return !layout.mono() && matrix >= TOVIX_MATRIX_MODEL && matrix < TOVIX_MATRIX_IDENTITY;
+    return !layout.mono() && is_of_model(rendering.matrix.value_or(TOVIX_MATRIX_MODEL));
 }
 
 /// The model whose matrices count, or null when none is named. What was given on the command line goes first, and a
@@ -70,9 +69,11 @@ std::vector<std::uint8_t> read_samples(const InputFile& raw, const std::string& 
 void run(const ConvertOptions& options, const GlobalOptions&, QuietStderr&) {
     check_writable(options.output);
     const InputFile raw(options.raw);
-    std::error_code error;
-    if (std::filesystem::equivalent(options.raw, options.output, error))
-        throw Failure("the picture would replace " + printable(options.raw) + "; choose another name with -o");
+    for (const std::string& source : {options.raw, description_name(options.raw)}) {
+        std::error_code error;  // a file that is not there is not replaced
+        if (std::filesystem::equivalent(source, options.output, error))
+            throw Failure("the picture would replace " + printable(source) + "; choose another name with -o");
+    }
     const RawFacts described = read_description(options.raw);
     const FrameLayout layout = layout_of(options, described);
     const std::vector<std::uint8_t> samples = read_samples(raw, options.raw, layout);

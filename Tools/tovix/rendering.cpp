@@ -33,7 +33,24 @@ void check(const RenderingOptions& options, const FrameLayout& layout, bool grey
         throw Failure("the method four-colour is for frames and pictures of 8 bits; choose quelt or another one");
 }
 
+/// A number that the model does not have: the library would take its default matrix, in silence.
+void check_number(std::uint32_t matrix, const CVorm& vorm, const camera_id* model) {
+    if (!is_of_model(matrix)) return;
+    if (model == nullptr)
+        throw Failure("matrices are those of a model, and nothing tells the model; give --model, or --matrix identity");
+    if (matrix == TOVIX_MATRIX_MODEL || vorm.model_matrices[matrix] != nullptr) return;
+    std::string known = text(" %u", unsigned{TOVIX_MATRIX_MODEL});  // also where it is the default one
+    for (unsigned number = TOVIX_MATRIX_MODEL + 1; is_of_model(number); ++number) {
+        if (vorm.model_matrices[number] != nullptr) known += text(" %u", number);
+    }
+    throw Failure(text("the model has no matrix %u; choose from:", matrix) + known);
+}
+
 }  // namespace
+
+bool is_of_model(std::uint32_t matrix) {
+    return matrix >= TOVIX_MATRIX_MODEL && matrix < TOVIX_MATRIX_IDENTITY;
+}
 
 Renderer::Renderer(const RenderingOptions& options, const FrameLayout& layout, const camera_id* model)
     : layout_(layout),
@@ -44,6 +61,7 @@ Renderer::Renderer(const RenderingOptions& options, const FrameLayout& layout, c
       matrix_(options.matrix.value_or(model != nullptr ? TOVIX_MATRIX_MODEL : TOVIX_MATRIX_IDENTITY)) {
     check(options, layout, grey_, bits_);
     if (model != nullptr) specify_matrices(vorm_, *model);
+    if (options.matrix) check_number(*options.matrix, vorm_, model);
     set_up(options);
 }
 

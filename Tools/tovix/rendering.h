@@ -38,6 +38,9 @@ struct RenderingOptions {
     bool adjusts_colours() const { return hue || saturation || gain || gains; }
 };
 
+/// Whether the selector is the number of a matrix that belongs to a model.
+bool is_of_model(std::uint32_t matrix);
+
 /// Makes pictures of frames of one layout.
 class Renderer {
   public:

@@ -56,46 +56,46 @@ std::string passed(Wire& wire) {
     return all;
 }
 
-/// Integer steps of 1.0 in the float interface, range and value after open, flags, a value to set, what that returns, and
-/// what is read afterwards.
+/// Register, integer steps of 1.0 in the float interface, range and value after open, flags, a value to set, what that
+/// returns, and what is read afterwards.
 struct Row {
-    std::uint32_t property;
+    std::uint32_t property, address;
     float steps;
     int min, max, value;
     std::uint32_t flags;
     int set, result, read;
 };
 constexpr Row kRows[] = {
-    {0, 100, -10000, 10000, 0, kPresent, -500, 0, -500},
-    {1, 100, 0, 10000, 100, kPresent, 150, 0, 150},
-    {5, 100, 1, 500, 100, kPresent, 220, 0, 220},
-    {20, 1000, 10, 60'000'000, 10'000, kPresent, 12'500, 0, 12'500},
-    {40, 4096, 4096, 32768, 4096, kPresent, 6144, 0, 6144},
-    {41, 4096, 4096, 16384, 4096, kPresent, 5120, 0, 5120},
-    {42, 4096, 4096, 16384, 4096, kPresent, 5120, 0, 5120},
-    {43, 4096, 4096, 16384, 4096, kPresent, 5120, 0, 5120},
-    {44, 4096, 4096, 16384, 4096, kPresent, 20480, 0, 16384},  // the camera limits it
-    {64, 1, 0, 2, 1, 0, 8, 1, 8},
-    {64, 1, 0, 2, 1, 0, 3, 0, 1},  // refused, and not a failure
-    {65, 1, 0, 5, 1, 0, 16, 1, 16},
-    {65, 1, 0, 5, 1, 0, 17, 0, 1},
-    {66, 1, 0, 3, 0, 0, 1, 0, 1},
-    {66, 1, 0, 3, 0, 0, 6, 0, 2},  // other bits do not count
-    {67, 100, 5, 200, 100, 0, 150, 0, 150},
-    {68, 100, -18000, 18000, 0, 0, 4500, 0, 4500},
-    {69, 1, -100, 100, 0, 0, 40, 0, 40},
-    {70, 1, -100, 100, 0, 0, -29, 0, -28},  // rounding adds a half and truncates
-    {71, 100, 100, 200, 100, 0, 140, 0, 140},
-    {72, 100, 100, 250, 100, 0, 175, 0, 175},
-    {73, 100, 100, 250, 100, 0, 175, 0, 175},
-    {74, 100, 100, 250, 100, 0, 175, 0, 175},
-    {108, 1000, -30, 30, 25, kPresent, 10, 0, 25},  // reads the sensor, which takes its time
-    {258, 1, 0, 255, 0, kPresent, 7, 0, 7},
+    {0, 0, 100, -10000, 10000, 0, kPresent, -500, 0, -500},
+    {1, 0, 100, 0, 10000, 100, kPresent, 150, 0, 150},
+    {5, 0, 100, 1, 500, 100, kPresent, 220, 0, 220},
+    {20, 0x04A0, 1000, 10, 60'000'000, 10'000, kPresent, 12'500, 0, 12'500},
+    {40, 0x04F0, 4096, 4096, 32768, 4096, kPresent, 6144, 0, 6144},
+    {41, 0x0500, 4096, 4096, 16384, 4096, kPresent, 5120, 0, 5120},
+    {42, 0x0530, 4096, 4096, 16384, 4096, kPresent, 5120, 0, 5120},
+    {43, 0x0510, 4096, 4096, 16384, 4096, kPresent, 5120, 0, 5120},
+    {44, 0x0520, 4096, 4096, 16384, 4096, kPresent, 20480, 0, 16384},  // the camera limits it
+    {64, 0, 1, 0, 2, 1, 0, 8, 1, 8},
+    {64, 0, 1, 0, 2, 1, 0, 3, 0, 1},  // refused, and not a failure
+    {65, 0, 1, 0, 5, 1, 0, 16, 1, 16},
+    {65, 0, 1, 0, 5, 1, 0, 17, 0, 1},
+    {66, 0, 1, 0, 3, 0, 0, 1, 0, 1},
+    {66, 0, 1, 0, 3, 0, 0, 6, 0, 2},  // other bits do not count
+    {67, 0, 100, 5, 200, 100, 0, 150, 0, 150},
+    {68, 0, 100, -18000, 18000, 0, 0, 4500, 0, 4500},
+    {69, 0, 1, -100, 100, 0, 0, 40, 0, 40},
+    {70, 0, 1, -100, 100, 0, 0, -29, 0, -28},  // rounding adds a half and truncates
+    {71, 0, 100, 100, 200, 100, 0, 140, 0, 140},
+    {72, 0, 100, 100, 250, 100, 0, 175, 0, 175},
+    {73, 0, 100, 100, 250, 100, 0, 175, 0, 175},
+    {74, 0, 100, 100, 250, 100, 0, 175, 0, 175},
+    {108, 0x0690, 1000, -30, 30, 25, kPresent, 10, 0, 25},  // reads the sensor, which takes its time
+    {258, 0x0640, 1, 0, 255, 0, kPresent, 7, 0, 7},
 };
 constexpr std::pair<std::uint32_t, int> kFixed[] = {{81, 1280}, {82, 1024}, {83, 16}, {84, 2}, {85, 4}};
 
 TEST(Properties, EveryRowIsReadSetAndRanged) {
-    std::set<std::uint32_t> served, listed;
+    std::map<std::uint32_t, std::uint32_t> served, listed;  // registers by property
     for (const Row& row : kRows) {
         SCOPED_TRACE(row.property);
         Wire wire;
@@ -103,7 +103,7 @@ TEST(Properties, EveryRowIsReadSetAndRanged) {
         EXPECT_EQ(value_of(wire.camera, row.property), (Report{0, 0, 0, row.value, row.flags}));
         EXPECT_EQ(tovix_property_set(wire.camera, row.property, row.set, 0), row.result);
         EXPECT_EQ(range_of(wire.camera, row.property), (Report{0, row.min, row.max, row.read, row.flags}));
-        served.insert(row.property);
+        served[row.property] = row.address;
 
         Wire floats;
         const auto as_float = [&](int value) {
@@ -128,10 +128,10 @@ TEST(Properties, EveryRowIsReadSetAndRanged) {
         EXPECT_EQ(tovix_property_set(wire.camera, property, 1, 0), TOVIX_EINVAL);
         EXPECT_EQ(range_of(wire.camera, property), (Report{TOVIX_EINVAL, 0, 0, 0, 0}));
         EXPECT_EQ(passed(wire), property == 85 ? "< 101C 4, " : "");
-        served.insert(property);
+        served[property] = property <= 82 ? TOVIX_FO_MAX_SIZE : property <= 84 ? TOVIX_FO_UNIT_SIZE : 0x101C;
     }
     for (int i = 0; i < tovix_property_count; ++i)
-        listed.insert(tovix_properties[i].property);
+        listed[tovix_properties[i].property] = tovix_properties[i].address;
     EXPECT_EQ(listed, served);
 }
 
@@ -147,19 +147,21 @@ TEST(Properties, AMonochromeCameraReportsNeutralColours) {
     EXPECT_EQ(range_of(wire.camera, TOVIX_PROP_GAIN_RED), (Report{0, 4096, 16384, 4096, 0}));
 }
 
-TEST(Properties, OneOfSeveralNumbersIsSetWithoutTheOthers) {
+TEST(Properties, ReachTheConversionObject) {
     Wire wire;
     CVorm& vorm = *(tz_usb_create_vorm(wire.camera), wire.camera->vorm);
-    tovix_property_set(wire.camera, TOVIX_PROP_DIGITAL_WHITEBALANCE_U, 40, 0);
-    tovix_property_set(wire.camera, TOVIX_PROP_DIGITAL_WHITEBALANCE_V, -20, 0);
-    EXPECT_TRUE(vorm.settings.white_balance_u == 0.4 && vorm.settings.white_balance_v == -0.2);
-    tovix_property_set(wire.camera, TOVIX_PROP_DIGITAL_SATURATION, 50, 0);
-    EXPECT_TRUE(vorm.settings.saturation_u == 0.5 && vorm.settings.saturation_v == 0.5);
-    vorm.SetDigitalColorGains(1.25, 1.5, 2.0);
-    tovix_property_set(wire.camera, TOVIX_PROP_DIGITAL_GAIN_GREEN, 110, 0);
+    // One of several numbers is set without the others.
+    for (const auto& [property, value] : {std::pair{72u, 125}, {73u, 150}, {74u, 200}})
+        EXPECT_EQ(tovix_property_set(wire.camera, property, value, 0), 0);
     double red = 0, green = 0, blue = 0;
     vorm.GetDigitalColorGains(&red, &green, &blue);
-    EXPECT_TRUE(std::abs(red - 1.25) + std::abs(green - 1.1) + std::abs(blue - 2.0) < 1e-9);
+    EXPECT_TRUE(std::abs(red - 1.25) + std::abs(green - 1.5) + std::abs(blue - 2.0) < 1e-9);
+    for (const auto& [property, value] : {std::pair{66u, 2}, {67u, 50}, {68u, 4500}, {69u, 40}, {70u, -20}, {71u, 140}})
+        EXPECT_EQ(tovix_property_set(wire.camera, property, value, 0), 0);
+    const _vorm_settings& now = vorm.settings;
+    EXPECT_TRUE(now.flip_x == 0 && now.flip_y == 2);
+    EXPECT_TRUE(now.saturation_u == 0.5 && now.saturation_v == 0.5 && now.hue == 45.0 && now.gain == 1.4);
+    EXPECT_TRUE(now.white_balance_u == 0.4 && now.white_balance_v == -0.2);
     vorm.SetSaturation(0.01, 1.0);
     EXPECT_EQ(tovix_property_set(wire.camera, TOVIX_PROP_DIGITAL_GAIN_RED, 150, 0), TOVIX_EMODEL);
     // Numbers that no int can hold.

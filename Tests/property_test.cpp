@@ -270,8 +270,8 @@ std::vector<std::int64_t> software_curve(const CVorm& vorm) {
 
 TEST(ToneCurve, IsAppliedInSoftwareWhereTheCameraDoesNotTakeIt) {
     Wire without("mira13c", [](DeviceOptions& options) { options.camera.message_mask = ~1u; });
-    for (const auto& [property, value] : {std::pair{5u, 220}, {1u, 120}, {0u, -30}})
-        EXPECT_EQ(printed_by([&] { EXPECT_EQ(tovix_property_set(without.camera, property, value, 0), 0); }),
+    for (const auto& wanted : {std::pair{5u, 220}, {1u, 120}, {0u, -30}})
+        EXPECT_EQ(printed_by([&] { EXPECT_EQ(tovix_property_set(without.camera, wanted.first, wanted.second, 0), 0); }),
                   "tovix message 0 is not supported\n");
     EXPECT_EQ(software_curve(*without.camera->vorm), (std::vector<std::int64_t>{220, 120, -30}));
     Wire wire;

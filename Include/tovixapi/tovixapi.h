@@ -18,6 +18,7 @@
 #ifndef TOVIXAPI_TOVIXAPI_H
 #define TOVIXAPI_TOVIXAPI_H
 
+#include <stdbool.h>
 #include <stdint.h>
 
 #include "tovixapi/export.h"
@@ -31,14 +32,17 @@ extern "C" {
 /** Results of the interface. They are its own and do not follow the host's error numbers. */
 enum {
     TOVIX_OK = 0,
-    TOVIX_EFAIL = -1,    /**< missing argument, device not found, a platform call or a register transfer failed */
-    TOVIX_ESEARCH = -3,  /**< the search for devices failed */
-    TOVIX_ENOMEM = -12,  /**< out of memory */
-    TOVIX_EMODEL = -14,  /**< model data malformed or without the requested record */
-    TOVIX_EINVAL = -22,  /**< invalid argument, or not in this state */
-    TOVIX_ENOSLOT = -28, /**< no free slot */
-    TOVIX_ENOTSUP = -78, /**< not provided */
-    TOVIX_ENODATA = -96  /**< no frame can come: the stream is not running */
+    TOVIX_EFAIL = -1,     /**< missing argument, device not found, a platform call or a register transfer failed */
+    TOVIX_ESEARCH = -3,   /**< the search for devices failed */
+    TOVIX_EADJUST = -5,   /**< an adjustment could not read or write a property */
+    TOVIX_ENOMEM = -12,   /**< out of memory */
+    TOVIX_EMODEL = -14,   /**< model data malformed or without the requested record */
+    TOVIX_EINVAL = -22,   /**< invalid argument, or not in this state */
+    TOVIX_ENOSLOT = -28,  /**< no free slot */
+    TOVIX_ELIGHT = -35,   /**< the picture is too dark or too bright to measure its white balance */
+    TOVIX_ENOFOCUS = -60, /**< the focus search gave up */
+    TOVIX_ENOTSUP = -78,  /**< not provided */
+    TOVIX_ENODATA = -96   /**< no frame can come: the stream is not running */
 };
 
 /* ---- Records ------------------------------------------------------------------------------------------------- */
@@ -130,6 +134,72 @@ typedef struct tovix_conversion_params {
     float wb_u_or_green;        /**< white balance, blue-yellow, hundredths (0: neutral); or gain of green */
     float wb_v_or_blue;         /**< the same for red-cyan; or gain of blue */
 } tovix_conversion_params;
+
+/** Properties: parameters of the camera and of the conversion, by number. `tovix_properties` says more of each. */
+enum {
+    TOVIX_PROP_BRIGHTNESS = 0,
+    TOVIX_PROP_CONTRAST = 1,
+    TOVIX_PROP_GAMMA = 5,
+    TOVIX_PROP_EXPOSURE = 20,
+    TOVIX_PROP_IRIS = 21,  /**< known to tovix_oneshot_autoiris(), but no camera has it */
+    TOVIX_PROP_FOCUS = 22, /**< known to the autofocus, but no camera has it */
+    TOVIX_PROP_GAIN = 40,
+    TOVIX_PROP_GAIN_RED = 41,
+    TOVIX_PROP_GAIN_BLUE = 42,
+    TOVIX_PROP_GAIN_GREEN1 = 43, /**< green pixels of the red rows */
+    TOVIX_PROP_GAIN_GREEN2 = 44, /**< green pixels of the blue rows */
+    TOVIX_PROP_DEMOSAICING_METHOD = 64,
+    TOVIX_PROP_CORRECTION_MATRIX = 65,
+    TOVIX_PROP_FLIPPING = 66,
+    TOVIX_PROP_DIGITAL_SATURATION = 67,
+    TOVIX_PROP_DIGITAL_HUE = 68,
+    TOVIX_PROP_DIGITAL_WHITEBALANCE_U = 69,
+    TOVIX_PROP_DIGITAL_WHITEBALANCE_V = 70,
+    TOVIX_PROP_DIGITAL_GAIN = 71,
+    TOVIX_PROP_DIGITAL_GAIN_RED = 72,
+    TOVIX_PROP_DIGITAL_GAIN_GREEN = 73,
+    TOVIX_PROP_DIGITAL_GAIN_BLUE = 74,
+    TOVIX_PROP_MAX_WIDTH = 81,
+    TOVIX_PROP_MAX_HEIGHT = 82,
+    TOVIX_PROP_UNIT_WIDTH = 83,
+    TOVIX_PROP_UNIT_HEIGHT = 84,
+    TOVIX_PROP_MAX_SUBSAMPLING = 85,
+    TOVIX_PROP_TEMPERATURE = 108,
+    TOVIX_PROP_BLOCK_640 = 258
+};
+
+/** Bits of a property's flag word. Its other bits pass between application and camera unchanged. */
+enum {
+    TOVIX_PROPERTY_ON = 0x8000 /**< temperature control and fan: switched on */
+};
+#define TOVIX_PROPERTY_PRESENT 0x80000000u /**< the camera has the property; see tovix_property_get_range() */
+
+/** Who keeps a property. */
+enum {
+    TOVIX_KEPT_BY_CAMERA = 0,     /**< a block of the camera's registers, which tells the range too */
+    TOVIX_KEPT_BY_LIBRARY = 1,    /**< the camera's handle; the tone curve made of it goes to the camera */
+    TOVIX_KEPT_BY_CONVERSION = 2, /**< the camera's conversion object */
+    TOVIX_FIXED = 3               /**< what the camera said of itself; cannot be set and has no range */
+};
+
+/** One row of the property table. */
+typedef struct tovix_property_info {
+    uint32_t property;       /**< TOVIX_PROP_* */
+    const char* name;        /**< as in TOVIX_PROP_*, in lower case */
+    const char* unit;        /**< of the value as a float (TovixGetProperty()); "" for a factor or a number, and where
+                                  it depends on the camera */
+    const char* description; /**< one line */
+    uint32_t kept_by;        /**< TOVIX_KEPT_BY_*, TOVIX_FIXED */
+    uint32_t address;        /**< first register of the property; 0 where it is in none */
+    int32_t min, max;        /**< range of the integer value; both 0 where the camera tells it, or there is none */
+} tovix_property_info;
+
+/** Every property that tovix_property_get() serves, by rising number. */
+extern TOVIX_API const tovix_property_info* const tovix_properties;
+extern TOVIX_API const int32_t tovix_property_count;
+
+/** What tovix_enable_callback_notification() registers. */
+typedef void (*tovix_notification)(void* context, uint32_t type);
 
 /** One row of the camera table: a model that the library supports. */
 typedef struct camera_id {
@@ -374,6 +444,174 @@ TOVIX_API int32_t tovix_convert_frame_to_rgb(_tovix* camera, uint8_t* dst, const
  *         matrices: the camera then has an object that uses the default one.
  */
 TOVIX_API int32_t tz_usb_create_vorm(_tovix* camera);
+
+/* ---- Properties ----------------------------------------------------------------------------------------------- */
+
+/**
+ * Set a property. Makes the camera's conversion object when it has none.
+ *
+ * @param value  integer value, see tovix_property_info. What is out of range goes to its keeper as it is: cameras limit
+ *               it, and the temperature is limited to the camera's bounds here. The temperature is in the camera's own
+ *               unit.
+ * @param flags  new flag word of a property that the camera keeps; ignored for others
+ * @return 0; for the demosaicing method and the correction matrix 1 when the value was taken and 0 when not;
+ *         TOVIX_EINVAL for a property that cannot be set, or the temperature of a camera without control; TOVIX_EMODEL,
+ *         TOVIX_ENOMEM from the conversion object; another negative value when a register transfer failed.
+ */
+TOVIX_API int32_t tovix_property_set(_tovix* camera, uint32_t property, int value, uint32_t flags);
+
+/**
+ * Read the value and the flag word of a property. Both are 0 after a failure, unless it was the arguments'.
+ * @return 0; TOVIX_EINVAL for an unknown property or a null pointer; else as tovix_property_get_range()
+ */
+TOVIX_API int32_t tovix_property_get(_tovix* camera, uint32_t property, int* value, uint32_t* flags);
+
+/**
+ * Read the range, value and flag word of a property.
+ *
+ * Makes the camera's conversion object when it has none; unless that fails, all results are 0 after a failure. The
+ * digital white balance and gains of a monochrome camera report their neutral value as their range.
+ *
+ * @param min, max  may be null
+ * @param flags     TOVIX_PROPERTY_PRESENT: the camera has it. 0 for what the conversion object keeps.
+ * @return 0; TOVIX_EINVAL for a null `value` or `flags` and for a property that is fixed or unknown; TOVIX_EMODEL,
+ *         TOVIX_ENOMEM from the conversion object; another negative value when a register transfer failed.
+ */
+TOVIX_API int32_t tovix_property_get_range(_tovix* camera, uint32_t property, int* min, int* max, int* value,
+                                           uint32_t* flags);
+
+/**
+ * Register a callback for notifications of a type. Nothing calls it in this version.
+ * @param type  not 0: a slot whose type is 0 stays free
+ * @return the slot, 0 to 3; TOVIX_ENOSLOT when all are taken
+ */
+TOVIX_API int32_t tovix_enable_callback_notification(_tovix* camera, uint32_t type, tovix_notification callback,
+                                                     void* context);
+
+/** Free a slot. @return 0; TOVIX_EINVAL for one that is free or does not exist */
+TOVIX_API int32_t tovix_disable_callback_notification(_tovix* camera, int id);
+
+/** Degrees Celsius to thousandths of a kelvin (0 degrees: 273.0), saturated at the bounds; not a number becomes 0. */
+static inline void tovix_temp_to_register(float celsius, uint32_t* reg) {
+    const float millikelvin = 1000.0f * (celsius + 273.0f);
+    *reg = millikelvin >= 4294967296.0f ? UINT32_MAX : millikelvin > 0.0f ? (uint32_t)millikelvin : 0u;
+}
+
+/** And back. */
+static inline void tovix_register_to_temp(int reg, float* celsius) {
+    *celsius = (float)((double)(float)reg / 1000.0 - 273.0);
+}
+
+/* ---- Properties as floats: the interface of older applications ------------------------------------------------- */
+
+/** Always 0: the library does not write it. */
+extern TOVIX_API uint32_t TovixLastError;
+
+/** As the tovix_property_ calls: true when they return 0 or more. */
+TOVIX_API bool TovixPropertyGetRange(_tovix* camera, uint32_t property, int* min, int* max, int* value,
+                                     uint32_t* flags);
+TOVIX_API bool TovixPropertySet(_tovix* camera, uint32_t property, int value, uint32_t flags);
+TOVIX_API bool TovixPropertyGet(_tovix* camera, uint32_t property, int* value, uint32_t* flags);
+
+/**
+ * Range and value of a property as floats.
+ * @param flags  the flag word as tovix_property_get_range() gives it
+ * @return 1; 0 for a failure, and for a null pointer: then no float is written
+ */
+TOVIX_API int32_t TovixPropertyRange(_tovix* camera, uint32_t property, float* min, float* max, float* value,
+                                     uint32_t* flags);
+
+/** Set a property. @param flags  the flag word, its low half in bits 16 to 31. @return 1; 0 for a failure */
+TOVIX_API int32_t TovixSetProperty(_tovix* camera, uint32_t property, float value, int flags);
+
+/** Read a property. @param flags  receives the low half of the flag word in bits 16 to 31. @return 1; 0 for a failure,
+ * and then nothing is written */
+TOVIX_API int32_t TovixGetProperty(_tovix* camera, uint32_t property, float* value, uint32_t* flags);
+
+/**
+ * The integer value of a property as a float, and back. What lies beyond an int becomes the nearest int, and what is not
+ * a number 0; times are unsigned, so that from half of their range on they are negative as an int.
+ */
+TOVIX_API float ConvertPropToFloat(uint32_t property, int value);
+TOVIX_API int ConvertPropToLong(uint32_t property, float value);
+
+/** True for properties whose float falls as the integer rises, so that minimum and maximum change places. */
+TOVIX_API bool PropMinMaxSwap(uint32_t property);
+
+/* ---- Automatic adjustment -------------------------------------------------------------------------------------- */
+
+/*
+ * Each call measures a rectangle of a raw frame that the application has captured (tovix_get_video_frame_size() bytes
+ * in the format in force) and changes settings once; whoever wants to converge calls again with a frame that was
+ * exposed after that. x, y, width and height are in pixels of the frame.
+ *
+ * Common results: TOVIX_EINVAL for a rectangle that is empty or not inside the frame; TOVIX_ENOTSUP for a pixel format
+ * that cannot be measured; TOVIX_EADJUST when a property cannot be read or written. A null frame is refused with
+ * TOVIX_EFAIL.
+ */
+
+/**
+ * Bring the mean of the rectangle to `target` by the exposure time, the gain, or the iris. A black rectangle asks for a
+ * fifth more.
+ * @param target  wanted mean, 0 to 255; of 16-bit samples the most significant byte counts
+ * @param unused  has no effect
+ * @return 0, also when the wanted value lies out of the property's range: then the bound is set. No camera has an iris:
+ *         TOVIX_EADJUST.
+ */
+TOVIX_API int32_t tovix_oneshot_autoexposure(_tovix* camera, int target, const uint8_t* frame, int x, int y, int width,
+                                             int height, double unused);
+TOVIX_API int32_t tovix_oneshot_autogain(_tovix* camera, int target, const uint8_t* frame, int x, int y, int width,
+                                         int height);
+TOVIX_API int32_t tovix_oneshot_autoiris(_tovix* camera, int target, const uint8_t* frame, int x, int y, int width,
+                                         int height);
+
+/**
+ * Balance the colours by the camera's analogue gains, so that the rectangle, which shows a grey subject, becomes
+ * neutral; the conversion object's white balance becomes 0. Its measures go to the standard output.
+ *
+ * The position and the size of the rectangle are even. Measured without a matrix and before the look-up table.
+ *
+ * @param red_ratio, blue_ratio  wanted red and blue by green; 1.0 for a neutral result. At least 0.01.
+ * @return 0; TOVIX_ELIGHT when the rectangle is too dark (its mean is 16 or less) or too bright to tell
+ */
+TOVIX_API int32_t tovix_oneshot_autowhitebalance_ex(_tovix* camera, const uint8_t* frame, int x, int y, int width,
+                                                    int height, float red_ratio, float blue_ratio);
+/** The same with both ratios 1.0; so are those below. */
+TOVIX_API int32_t tovix_oneshot_autowhitebalance(_tovix* camera, const uint8_t* frame, int x, int y, int width,
+                                                 int height);
+
+/**
+ * Go nine tenths of the way to balanced colours: by the camera's analogue gains as far as they reach, and by the
+ * digital gains of the conversion object.
+ * @return 1 when something was changed; 0 when nothing had to be (all corrections are below 3 %), and when a property
+ *         cannot be read or written; TOVIX_ELIGHT
+ */
+TOVIX_API int32_t tovix_whitebalance_step_ex(_tovix* camera, const uint8_t* frame, int x, int y, int width, int height,
+                                             float red_ratio, float blue_ratio);
+TOVIX_API int32_t tovix_whitebalance_step(_tovix* camera, const uint8_t* frame, int x, int y, int width, int height);
+
+/**
+ * Balance the colours by the conversion object alone; see CVorm::AdjustWhiteBalanceForRGBvalues().
+ * @return 0; TOVIX_ELIGHT; TOVIX_EINVAL also when the selected matrix takes no white balance
+ */
+TOVIX_API int32_t tovix_digital_whitebalance_ex(_tovix* camera, const uint8_t* frame, int x, int y, int width,
+                                                int height, float red_ratio, float blue_ratio);
+TOVIX_API int32_t tovix_digital_whitebalance(_tovix* camera, const uint8_t* frame, int x, int y, int width, int height);
+
+/**
+ * Begin a search for the focus position at which the rectangle is sharpest. It is moved to at least 2 pixels inside the
+ * frame. One search a camera.
+ * @return 0; TOVIX_EINVAL also for a camera without a focus drive, which every camera is; TOVIX_EFAIL when the drive's
+ *         range is empty
+ */
+TOVIX_API int32_t tovix_autofocus_start(_tovix* camera, int x, int y, int width, int height);
+
+/**
+ * Go on with the search, with a new frame. Moves the lens, or waits for it.
+ * @return 0 while the search goes on, and from the call that ends it; TOVIX_EFAIL from then on, and when the lens
+ *         cannot be moved; TOVIX_ENOFOCUS when the search gives up
+ */
+TOVIX_API int32_t tovix_autofocus_process(_tovix* camera, const uint8_t* frame);
 
 /* ---- Transport and registers ---------------------------------------------------------------------------------- */
 

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <type_traits>
 
+#include "focus_state.h"
 #include "platform.h"
 #include "stream_state.h"
 #include "tovixapi/tovixapi.h"
@@ -54,8 +55,18 @@ struct _tovix {
     StreamState stream;
 
     CVorm* vorm;                   // owned; null until first needed
-    std::uint8_t lut[256];         // tone curve last sent to the camera
+    std::uint8_t lut[256];         // tone curve last made for the camera
     std::int64_t gamma, contrast;  // hundredths
     std::int64_t brightness;
+    std::uint8_t tone_in_software;  // the camera refused the curve: the conversion object applies the three
+
+    FocusState focus;
+
+    struct Notification {
+        tovix_notification callback;
+        void* context;
+        std::uint32_t type;  // 0: a free slot
+    };
+    Notification callbacks[4];
 };
 static_assert(std::is_trivially_copyable_v<_tovix>, "the open call copies the record bit for bit");

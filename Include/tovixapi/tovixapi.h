@@ -186,7 +186,8 @@ enum {
 typedef struct tovix_property_info {
     uint32_t property;       /**< TOVIX_PROP_* */
     const char* name;        /**< as in TOVIX_PROP_*, in lower case */
-    const char* unit;        /**< of the value as a float (TovixGetProperty()); "" where it is a factor or number */
+    const char* unit;        /**< of the value as a float (TovixGetProperty()); "" for a factor or a number, and where
+                                  it depends on the camera */
     const char* description; /**< one line */
     uint32_t kept_by;        /**< TOVIX_KEPT_BY_*, TOVIX_FIXED */
     uint32_t address;        /**< first register of the property; 0 where it is in none */
@@ -194,7 +195,7 @@ typedef struct tovix_property_info {
 } tovix_property_info;
 
 /** Every property that tovix_property_get() serves, by rising number. */
-extern TOVIX_API const tovix_property_info tovix_properties[];
+extern TOVIX_API const tovix_property_info* const tovix_properties;
 extern TOVIX_API const int32_t tovix_property_count;
 
 /** What tovix_enable_callback_notification() registers. */
@@ -460,16 +461,16 @@ TOVIX_API int32_t tz_usb_create_vorm(_tovix* camera);
 TOVIX_API int32_t tovix_property_set(_tovix* camera, uint32_t property, int value, uint32_t flags);
 
 /**
- * Read the value and the flag word of a property. Both become 0 first, so that they are after a failure.
+ * Read the value and the flag word of a property. Both are 0 after a failure, unless it was the arguments'.
  * @return 0; TOVIX_EINVAL for an unknown property or a null pointer; else as tovix_property_get_range()
  */
 TOVIX_API int32_t tovix_property_get(_tovix* camera, uint32_t property, int* value, uint32_t* flags);
 
 /**
- * Read the range, value and flag word of a property. All become 0 first, so that they are after a failure.
+ * Read the range, value and flag word of a property.
  *
- * Makes the camera's conversion object when it has none. The digital white balance and gains of a monochrome camera
- * report their neutral value as their range.
+ * Makes the camera's conversion object when it has none; unless that fails, all results are 0 after a failure. The
+ * digital white balance and gains of a monochrome camera report their neutral value as their range.
  *
  * @param min, max  may be null
  * @param flags     TOVIX_PROPERTY_PRESENT: the camera has it. 0 for what the conversion object keeps.
@@ -527,7 +528,10 @@ TOVIX_API int32_t TovixSetProperty(_tovix* camera, uint32_t property, float valu
  * and then nothing is written */
 TOVIX_API int32_t TovixGetProperty(_tovix* camera, uint32_t property, float* value, uint32_t* flags);
 
-/** The integer value of a property as a float, and back: saturated at the bounds of int; not a number becomes 0. */
+/**
+ * The integer value of a property as a float, and back. What lies beyond an int becomes the nearest int, and what is not
+ * a number 0; times are unsigned, so that from half of their range on they are negative as an int.
+ */
 TOVIX_API float ConvertPropToFloat(uint32_t property, int value);
 TOVIX_API int ConvertPropToLong(uint32_t property, float value);
 

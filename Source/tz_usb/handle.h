@@ -55,9 +55,10 @@ struct _tovix {
     StreamState stream;
 
     CVorm* vorm;                   // owned; null until first needed
-    std::uint8_t lut[256];         // tone curve last sent to the camera
+    std::uint8_t lut[256];         // tone curve last made for the camera
     std::int64_t gamma, contrast;  // hundredths
     std::int64_t brightness;
+    std::uint8_t tone_in_software;  // the camera refused the curve: the conversion object applies the three
 
     FocusState focus;
 

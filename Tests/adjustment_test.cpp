@@ -335,6 +335,16 @@ TEST(WhiteBalance, OneShotByHand) {
     }
 }
 
+TEST(WhiteBalance, OneShotPrintsTheSensorsOrderFirst) {
+    Subject subject("lyra08c");  // green and red, then blue and green
+    const std::string output = output_of([&] { EXPECT_EQ(balance(subject, cells(64, 128, 120, 96)), 0); });
+    const std::string name = "tovix_oneshot_autowhitebalance_ex: ";
+    const std::string expected = name + "averages: 16.000000/32.000000/30.000000/24.000000, samples: 4096\n" + name +
+                                 "average: 25.500000\n" + name +
+                                 "averages: 32.000000/16.000000/24.000000/30.000000, samples: 4096\n";
+    EXPECT_EQ(output.substr(0, expected.size()), expected);
+}
+
 TEST(WhiteBalance, OneShotFailsAsItShould) {
     Subject subject("mira13c");
     const std::vector<std::uint8_t> reddish = cells(64, 128, 128, 96);

@@ -17,14 +17,14 @@ struct _FrameDesc {
 
 struct FocusState {
     _FrameDesc af_desc;
-    std::uint32_t af_settled;           // the lens has stood still for one frame at least
+    std::uint32_t af_settled;           // the lens has passed its target, or stood still for a frame longer
     std::int64_t af_position;           // focus value read at the latest call
     std::int64_t af_previous_position;  // and at the one before
     std::int64_t af_target;             // focus value last requested
     std::int64_t af_peak_position;      // where the search finally goes
     std::int64_t af_start_position;
     std::int64_t af_step;           // at least 1
-    std::int64_t af_state;          // 0 to 9
+    std::int64_t af_state;          // 0 to 9, see focus_search.h
     std::int32_t af_direction;      // af_step with a sign
     double af_measure_last;         // sharpness at the previous measuring call
     double af_measure_before;       // and at the one before that
@@ -32,4 +32,5 @@ struct FocusState {
     std::int64_t af_best_position;  // best peak that interpolation has found
     double af_best_measure;         // sharpness there; 0: none yet
     std::int32_t coarse_steps;      // measuring calls of the coarse search
+    std::int32_t fine_steps;        // and of the fine search
 };

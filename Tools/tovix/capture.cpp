@@ -107,8 +107,9 @@ class Pictures {
     /// Balance white by the pictures alone, so that what the rectangle shows becomes grey.
     void balance(CameraStream& stream, const Rectangle& area) {
         check_balanceable(layout_, area);
-        const Levels levels = measure(fresh_frame(stream, "before the white balance").samples(), layout_, area);
-        check_balanceable(levels);
+        const HeldFrame frame = fresh_frame(stream, "before the white balance");
+        check_balanceable(measure(frame.samples(), layout_, area));
+        const Levels levels = measure(renderer_->toned(frame.samples()), layout_, area);
         rendering_.grey = {levels.red, levels.green, levels.blue};
         renew();
     }

@@ -131,6 +131,17 @@ std::vector<std::uint8_t> Renderer::from_four_colours(std::span<const std::uint8
     return pixels;
 }
 
+std::vector<std::uint8_t> Renderer::toned(std::span<const std::uint8_t> samples) {
+    std::vector<std::uint8_t> out(samples.begin(), samples.end());
+    _lut8_struct block;
+    unsigned size = sizeof block;
+    vorm_.GetLUT(reinterpret_cast<unsigned char*>(&block), &size, kAllChannels);
+    if (size == 0) return out;  // no table: as they are
+    for (std::uint8_t& sample : out)
+        sample = block.table[sample];
+    return out;
+}
+
 Picture Renderer::render(std::span<const std::uint8_t> samples) {
     const bool four_colours = !grey_ && method_ == TOVIX_DEMOSAIC_FOUR_COLOUR;
     const unsigned image_bits = bits_ == 16 ? 48 : four_colours ? 32 : grey_ ? 8 : 24;

@@ -35,7 +35,7 @@ struct RenderingOptions {
     std::optional<double> saturation;            // above 0.05 with `gains`
     std::optional<double> gain;                  // of the luminance
     std::optional<std::array<double, 3>> gains;  // of red, green and blue, instead of `gain`
-    std::optional<std::array<double, 3>> grey;   // mean red, green and blue of samples that shall become grey
+    std::optional<std::array<double, 3>> grey;   // mean red, green and blue of toned() that shall become grey
     std::optional<double> gamma, contrast;       // 1.0 is neutral
     std::optional<double> brightness;            // adds so much of full scale
 
@@ -48,6 +48,9 @@ class Renderer {
   public:
     /// `model` has the colour matrices; null: not known. Throws Failure when such frames cannot be rendered so.
     Renderer(const RenderingOptions& options, const FrameLayout& layout, const camera_id* model);
+
+    /// Bytes after gamma, contrast and brightness: what a white balance of the picture is about.
+    std::vector<std::uint8_t> toned(std::span<const std::uint8_t> samples);
 
     /// `samples` are a whole frame. Throws Failure.
     Picture render(std::span<const std::uint8_t> samples);

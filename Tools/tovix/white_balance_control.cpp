@@ -7,6 +7,7 @@
 
 namespace {
 
+constexpr double kLeastMean = 16;         // the library measures nothing darker
 constexpr double kMostClipped = 0.1;      // of the samples of a colour
 constexpr double kMostUnbalanced = 1.05;  // the stepwise control is content with 1.03
 constexpr char kAdvice[] = "try another --roi, or run with --verbose to see each step";
@@ -29,13 +30,7 @@ class WhiteBalanceControl : public AdjustmentControl {
         figures.emplace_back(state.property->name, state.shown_value());
     }
 
-    /// Refuse what the library measured wrong, or says that it cannot measure.
     void check(std::int32_t result) const {
-        if (result == TOVIX_ELIGHT)
-            throw Failure(
-                text("the rectangle is too dark to measure its colours: its mean is %.1f of 255; raise the "
-                     "exposure ('tovix auto exposure'), or choose another --roi",
-                     levels_.mean));
         if (result < 0) throw measured_.camera.quiet().failure("cannot balance the colours", result, kAdvice);
     }
 
@@ -186,6 +181,11 @@ void check_balanceable(const FrameLayout& layout, const Rectangle& area) {
 }
 
 void check_balanceable(const Levels& levels) {
+    if (levels.mean <= kLeastMean)
+        throw Failure(
+            text("the rectangle is too dark to measure its colours: its mean is %.1f of 255; raise the exposure "
+                 "('tovix auto exposure'), or choose another --roi",
+                 levels.mean));
     if (levels.clipped > kMostClipped)
         throw Failure(
             text("the rectangle is too bright to measure its colours: %.0f %% of the samples of one are at the "

@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <charconv>
+#include <climits>
+#include <cmath>
 
 namespace {
 
@@ -78,10 +80,13 @@ std::string value_text(const tovix_property_info& property, double value) {
 }
 
 int sent_value(const PropertySetting& setting) {
-    // What is out of range, and could wrap into it here, has been refused.
-    return counts_degrees(*setting.property)
-               ? static_cast<int>(setting.value)
-               : ConvertPropToLong(setting.property->property, static_cast<float>(setting.value));
+    const tovix_property_info& property = *setting.property;
+    if (counts_degrees(property)) return static_cast<int>(setting.value);
+    // The float interface rounds negative numbers up, so its result may have a better neighbour. What is out of range,
+    // and could wrap into it here, has been refused.
+    const int guess = ConvertPropToLong(property.property, static_cast<float>(setting.value));
+    const auto error = [&](int value) { return std::abs(shown(property, value) - setting.value); };
+    return guess > INT_MIN && error(guess - 1) < error(guess) ? guess - 1 : guess;
 }
 
 PropertyState read_property(const Camera& camera, const tovix_property_info& property) {

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The focus search by hand, over a thousand simulated lenses a kind, and behind the exported calls. No camera has a
-// focus drive, so that this program brings the property itself.
+// The focus search by hand, and over a thousand simulated lenses a kind. TOVIX_PRINT_FOCUS_TABLE=1 prints what it found.
 #include "focus_search.h"
 
 #include <gtest/gtest.h>
@@ -8,37 +7,11 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
+#include <numeric>
 #include <random>
 #include <string>
 #include <vector>
-
-#include "auto.h"
-#include "handle.h"
-
-namespace {
-
-/// What the property of the handle answers, and what was written to it.
-struct DriveProperty {
-    FocusDrive drive{0, 3200, 1600, true, true};
-    std::int32_t result_of_read = 0, result_of_write = 0;
-    std::vector<int> writes;
-} property;
-
-}  // namespace
-
-std::int32_t tovix_property_get_range(_tovix*, std::uint32_t, int* min, int* max, int* value, std::uint32_t* flags) {
-    const FocusDrive& drive = property.drive;
-    *min = drive.min, *max = drive.max, *value = drive.position;
-    *flags = 0xFFFFFFFCu | (drive.lower_bounded ? 0u : 1u) | (drive.upper_bounded ? 0u : 2u);
-    return property.result_of_read;
-}
-
-std::int32_t tovix_property_set(_tovix*, std::uint32_t id, int value, std::uint32_t flags) {
-    EXPECT_EQ(flags, 0u);
-    EXPECT_TRUE(id == TOVIX_PROP_FOCUS || id == TOVIX_PROP_IRIS);
-    property.writes.push_back(value);
-    return property.result_of_write;
-}
 
 namespace {
 
@@ -186,27 +159,28 @@ TEST(FocusSearch, WaitsForTheLens) {
     EXPECT_TRUE(lens_at_rest(first, 12345));
 }
 
-// ---- Simulated lenses
-
 struct LensKind {
     const char* name;
     bool lower_bounded, upper_bounded;  // as the drive reports it; the lens itself always stops at 0 and 3200
     int speed;                          // units a frame
     double noise;                       // standard deviation of the measure, as a share of it
     bool two_peaks;                     // a second one, 0.6 times as high
-    double least_share;                 // of searches that have to end within one step of the best position
+    double most_lost;                   // share of searches that may give up, or end elsewhere
+    double most_elsewhere;              // more than a step from the best position, without knowing it
 };
 
 constexpr int kTravel = 3200;
 
 struct Outcome {
-    bool ended = false, gave_up = false, found = false;
+    bool ended = false, gave_up = false, elsewhere = false;
     int frames = 0;
 };
 
 /// One search, with the peak, its width and the start anywhere.
 Outcome search_with(const LensKind& kind, std::mt19937& random) {
-    const auto uniform = [&](double from, double to) { return from + (to - from) * static_cast<double>(random()) / 4294967296.0; };
+    const auto uniform = [&](double from, double to) {
+        return from + (to - from) * static_cast<double>(random()) / 4294967296.0;
+    };
     const double peak = uniform(0, kTravel), width = uniform(150, 800);
     double other = uniform(0, kTravel);
     if (std::abs(other - peak) < 800) other = peak + (peak < kTravel / 2 ? 800 : -800);
@@ -233,44 +207,47 @@ Outcome search_with(const LensKind& kind, std::mt19937& random) {
         }
         drive.position += std::clamp(target - drive.position, -kind.speed, kind.speed);
     }
-    outcome.found = std::abs(drive.position - peak) <= static_cast<double>(search.af_step) + 1;
+    outcome.elsewhere = !outcome.gave_up && std::abs(drive.position - peak) > static_cast<double>(search.af_step);
     return outcome;
 }
 
 TEST(FocusSearch, FindsThePeakOfSimulatedLenses) {
     constexpr int kRuns = 1000, kFast = kTravel;
+    // A drive without both limits steps by a 64th of where it stands: from near 0 it does not come far before it gives up.
     const LensKind kinds[] = {
-        {"both limits", true, true, kFast, 0, false, 0},
-        {"lower limit only", true, false, kFast, 0, false, 0},
-        {"upper limit only", false, true, kFast, 0, false, 0},
-        {"no limits", false, false, kFast, 0, false, 0},
-        {"slow lens, 20 units a frame", true, true, 20, 0, false, 0},
-        {"noise 1 %", true, true, kFast, 0.01, false, 0},
-        {"noise 3 %", true, true, kFast, 0.03, false, 0},
-        {"noise 10 %", true, true, kFast, 0.10, false, 0},
-        {"two peaks", true, true, kFast, 0, true, 0},
+        {"both limits", true, true, kFast, 0, false, 0, 0},
+        {"lower limit only", true, false, kFast, 0, false, 0.35, 0.02},
+        {"upper limit only", false, true, kFast, 0, false, 0.2, 0.02},
+        {"no limits", false, false, kFast, 0, false, 0.2, 0.02},
+        {"slow lens, 20 units a frame", true, true, 20, 0, false, 0, 0},
+        {"noise 1 %", true, true, kFast, 0.01, false, 0.1, 0.1},
+        {"noise 3 %", true, true, kFast, 0.03, false, 0.15, 0.15},
+        {"noise 10 %", true, true, kFast, 0.10, false, 0.3, 0.3},
+        {"two peaks", true, true, kFast, 0, true, 0.3, 0.3},
     };
     const bool print = std::getenv("TOVIX_PRINT_FOCUS_TABLE") != nullptr;
     if (print)
-        std::printf("%-28s %10s %8s %12s %12s %10s\n", "lens", "found", "gave up", "frames mean", "median", "most");
+        std::printf("%-28s %8s %8s %10s %7s %7s %5s\n", "lens", "found", "gave up", "elsewhere", "mean", "median",
+                    "most");
     for (const LensKind& kind : kinds) {
         std::mt19937 random(7);
-        int found = 0, gave_up = 0, ended = 0;
+        int gave_up = 0, elsewhere = 0;
         std::vector<int> frames;
         for (int run = 0; run < kRuns; ++run) {
             const Outcome outcome = search_with(kind, random);
-            found += outcome.found, gave_up += outcome.gave_up, ended += outcome.ended;
+            ASSERT_TRUE(outcome.ended) << kind.name;
+            gave_up += outcome.gave_up, elsewhere += outcome.elsewhere;
             frames.push_back(outcome.frames);
         }
         std::sort(frames.begin(), frames.end());
-        long all = 0;
-        for (const int count : frames)
-            all += count;
+        const auto share = [&](int count) { return 100.0 * count / kRuns; };
         if (print)
-            std::printf("%-28s %8.1f %% %6.1f %% %12.1f %12d %10d\n", kind.name, 100.0 * found / kRuns,
-                        100.0 * gave_up / kRuns, double(all) / kRuns, frames[kRuns / 2], frames.back());
-        EXPECT_EQ(ended, kRuns) << kind.name;
-        EXPECT_GE(found, kind.least_share * kRuns) << kind.name;
+            std::printf("%-28s %6.1f %% %6.1f %% %8.1f %% %7.1f %7d %5d\n", kind.name, 100 - share(gave_up + elsewhere),
+                        share(gave_up), share(elsewhere),
+                        static_cast<double>(std::accumulate(frames.begin(), frames.end(), 0)) / kRuns,
+                        frames[kRuns / 2], frames.back());
+        EXPECT_LE(gave_up + elsewhere, kind.most_lost * kRuns) << kind.name;
+        EXPECT_LE(elsewhere, kind.most_elsewhere * kRuns) << kind.name;
     }
 }
 

@@ -8,6 +8,7 @@
 #include <functional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "backend.h"
@@ -91,6 +92,22 @@ class OpenCamera {
 
   private:
     _tovix* handle_ = nullptr;
+};
+
+/// A bus with one open camera whose transfers are written down.
+struct Wire {
+    explicit Wire(std::string_view model = "mira13c", const std::function<void(DeviceOptions&)>& change = {})
+        : port(bus.attach(model, DeviceOptions::State::kReady, change)) {
+        port.access()->set_observer([this](const simulator::Transfer& transfer) { lines.push_back(transfer.text()); });
+    }
+    void plant(Fault fault) { port.access()->faults().plant(fault); }
+    /// What has passed since the last call.
+    std::vector<std::string> take() { return std::exchange(lines, {}); }
+
+    std::vector<std::string> lines;  // outlives the camera, whose closing is written down too
+    SimulatedBus bus;
+    Port& port;
+    OpenCamera camera;
 };
 
 /// Let simulated time pass in steps until `done`, or fail after a generous real time.

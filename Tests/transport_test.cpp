@@ -12,20 +12,6 @@ namespace {
 
 using namespace tovix::test;
 
-/// A bus with one open camera whose transfers are written down.
-struct Wire {
-    Wire() {
-        port.access()->set_observer(
-            [this](const tovix::simulator::Transfer& transfer) { lines.push_back(transfer.text()); });
-    }
-    void plant(Fault fault) { port.access()->faults().plant(fault); }
-
-    std::vector<std::string> lines;  // outlives the camera, whose closing is written down too
-    SimulatedBus bus;
-    Port& port = bus.attach("mira13c");
-    OpenCamera camera;
-};
-
 TEST(Registers, GoOverTheWireAsVendorRequests) {
     Wire wire;
     EXPECT_EQ(tz_usb_write_tovix_two_u16(wire.camera, 0x100C, 0x0280, 0x01E0), 0);

@@ -552,7 +552,7 @@ TOVIX_API bool PropMinMaxSwap(uint32_t property);
 
 /**
  * Bring the mean of the rectangle to `target` by the exposure time, the gain, or the iris. A black rectangle asks for a
- * fifth more.
+ * fifth more. Width and height should be even: pixels are counted in pairs, so that odd ones seem a little too bright.
  * @param target  wanted mean, 0 to 255; of 16-bit samples the most significant byte counts
  * @param unused  has no effect
  * @return 0, also when the wanted value lies out of the property's range: then the bound is set. No camera has an iris:
@@ -592,7 +592,9 @@ TOVIX_API int32_t tovix_whitebalance_step(_tovix* camera, const uint8_t* frame, 
 
 /**
  * Balance the colours by the conversion object alone; see CVorm::AdjustWhiteBalanceForRGBvalues().
- * @return 0; TOVIX_ELIGHT; TOVIX_EINVAL also when the selected matrix takes no white balance
+ * Green is measured two 8-bit levels too bright, so that a bright subject becomes neutral within 3 %, not better.
+ * @return 0; TOVIX_ELIGHT; TOVIX_EINVAL also when the selected matrix takes no white balance; TOVIX_EMODEL,
+ *         TOVIX_ENOMEM when the conversion object cannot be made
  */
 TOVIX_API int32_t tovix_digital_whitebalance_ex(_tovix* camera, const uint8_t* frame, int x, int y, int width,
                                                 int height, float red_ratio, float blue_ratio);
@@ -609,7 +611,8 @@ TOVIX_API int32_t tovix_autofocus_start(_tovix* camera, int x, int y, int width,
 /**
  * Go on with the search, with a new frame. Moves the lens, or waits for it.
  * @return 0 while the search goes on, and from the call that ends it; TOVIX_EFAIL from then on, and when the lens
- *         cannot be moved; TOVIX_ENOFOCUS when the search gives up
+ *         cannot be moved, or its range is empty; TOVIX_ENOFOCUS when the search gives up; TOVIX_EINVAL when none was
+ *         begun, or the frame format has changed since
  */
 TOVIX_API int32_t tovix_autofocus_process(_tovix* camera, const uint8_t* frame);
 

@@ -6,7 +6,7 @@
 #include "auto.h"
 #include "measure.h"
 #include "report.h"
-#include "truncated.h"
+#include "saturated.h"
 
 namespace {
 
@@ -40,7 +40,7 @@ std::int32_t adjust(const Control& control, _tovix* camera, int target, const st
     const double mean = static_cast<double>(total) / width / height;
     const double factor = total == 0 ? kFactorOfBlack : target / mean;
 
-    std::int64_t corrected = truncated(control.corrected(value, factor) + 0.5);
+    std::int64_t corrected = saturated<std::int64_t>(control.corrected(value, factor) + 0.5);
     corrected = std::max<std::int64_t>(corrected, min);
     corrected = std::min<std::int64_t>(corrected, max);  // last: a camera may report a minimum above its maximum
     return tovix_property_set(camera, control.property, static_cast<int>(corrected), 0) < 0 ? TOVIX_EADJUST : TOVIX_OK;

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <utility>
 
-#include "truncated.h"
+#include "saturated.h"
 
 namespace {
 
@@ -153,7 +153,7 @@ class Step {
         const double value = a * (peak - x1) * (peak - x1) + m1;
         if (!(value > s_.af_best_measure)) return;
         s_.af_best_measure = value;
-        s_.af_best_position = truncated(peak + 0.5);
+        s_.af_best_position = saturated<std::int64_t>(peak + 0.5);
     }
 
     FocusState& s_;

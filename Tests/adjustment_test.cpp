@@ -1,0 +1,475 @@
+// SPDX-License-Identifier: Apache-2.0
+// The automatic adjustment on the simulated camera, which looks at the neutral patch of its chart.
+#include <gtest/gtest.h>
+#include <tovixapi/vorm.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include "auto.h"
+#include "handle.h"
+#include "scene.h"
+#include "simulated_bus.h"
+#include "stderr_capture.h"
+
+namespace {
+
+using namespace tovix::test;
+using Light = std::array<double, 3>;
+using Levels = std::array<double, 4>;  // red, green in red rows, green in blue rows, blue
+
+constexpr int kSide = 64;      // of the measured rectangle
+constexpr int kX = 8, kY = 4;  // its place in the frame
+constexpr int kFrameWidth = 80, kFrameHeight = 72;
+constexpr std::uint16_t kGainRed = 0x0500, kGainGreen1 = 0x0510, kGainGreen2 = 0x0520, kGainBlue = 0x0530;
+
+/// An open camera that sees the neutral patch and little else.
+class Subject {
+  public:
+    explicit Subject(std::string_view model, Light light = {1, 1, 1})
+        : port(bus.attach(model, DeviceOptions::State::kReady, [&](DeviceOptions& o) { o.camera.light = light; })) {
+        camera = std::make_unique<OpenCamera>();
+        const double width = (*camera)->max_width, height = (*camera)->max_height;
+        const double unit = std::min(width / 1.25, height), centre_x = width * 0.75 + 0.095 * unit;
+        _tovix_frame_format format = format_of(kFrameWidth, kFrameHeight);
+        format.x_offset = (static_cast<std::uint32_t>(centre_x) - kFrameWidth / 2) & ~1u;
+        format.y_offset = static_cast<std::uint32_t>(height / 2 - 0.21 * unit) & ~1u;
+        EXPECT_EQ(tovix_set_video_format(handle(), &format), 0);
+    }
+
+    _tovix* handle() const { return *camera; }
+
+    /// The next frame, as the sensor takes it with the registers as they are.
+    const std::uint8_t* look() {
+        sensor.render(port.access()->registers().sensor_settings(), 0, frame);
+        EXPECT_EQ(frame.size(), std::size_t{kFrameWidth * kFrameHeight});
+        return frame.data();
+    }
+
+    /// Mean levels in the rectangle by place in the colour filter, found pixel by pixel.
+    Levels levels() {
+        look();
+        Levels sums{};
+        const bool red_row_first = (*camera)->color_id == 8 || (*camera)->color_id == 9;
+        const bool red_column_first = (*camera)->color_id == 8 || (*camera)->color_id == 10;
+        for (int y = kY; y < kY + kSide; ++y)
+            for (int x = kX; x < kX + kSide; ++x) {
+                const bool red_row = (y % 2 == 0) == red_row_first, red_column = (x % 2 == 0) == red_column_first;
+                const int place = red_row ? (red_column ? 0 : 1) : (red_column ? 2 : 3);
+                sums[std::size_t(place)] += frame[std::size_t(y * kFrameWidth + x)];
+            }
+        for (double& sum : sums)
+            sum /= kSide * kSide / 4;
+        return sums;
+    }
+
+    int value(std::uint32_t property) const {
+        int now = 0;
+        std::uint32_t flags = 0;
+        EXPECT_EQ(tovix_property_get(*camera, property, &now, &flags), 0);
+        return now;
+    }
+    void set(std::uint32_t property, int to) const { EXPECT_GE(tovix_property_set(*camera, property, to, 0), 0); }
+    void plant(Place place, std::uint32_t address, std::uint32_t skip = 0, std::uint32_t times = Fault::kForEver) {
+        port.access().plant({.place = place, .address = address, .skip = skip, .times = times});
+    }
+
+    SimulatedBus bus;
+    Port& port;
+    std::unique_ptr<OpenCamera> camera;
+    tovix::simulator::Sensor sensor{tovix::simulator::test_chart()};
+    std::vector<std::uint8_t> frame;
+};
+
+/// By how much the largest exceeds the smallest.
+double spread(const auto& levels) {
+    const auto [least, most] = std::minmax_element(levels.begin(), levels.end());
+    return *most / *least - 1;
+}
+
+constexpr const char* kFilters[] = {"mira13c", "lyra08c", "mira20c", "lyra03c"};  // RGGB, GRBG, GBRG, BGGR
+constexpr Light kLights[] = {{1.0, 0.75, 0.45}, {0.5, 0.8, 1.0}, {0.6, 1.0, 0.55}};
+
+/// What `call` prints on the standard output.
+std::string output_of(const auto& call) {
+    testing::internal::CaptureStdout();
+    call();
+    return testing::internal::GetCapturedStdout();
+}
+
+TEST(OneShot, ExposureAndGainConvergeOnTheCamera) {
+    for (const char* model : {"mira13c", "mira13m"}) {
+        const struct {
+            const char* name;
+            std::uint32_t property;
+            int from;
+        } cases[] = {{"dark", 20, 200}, {"saturated", 20, 2'000'000}, {"dim", 40, 4096}, {"bright", 40, 32768}};
+        for (const auto& c : cases) {
+            Subject subject(model);
+            if (c.property == 40) subject.set(20, c.from == 4096 ? 4000 : 2000);
+            subject.set(c.property, c.from);
+            double mean = 0;
+            for (int step = 0; step < 6; ++step) {
+                const std::uint8_t* frame = subject.look();
+                EXPECT_EQ(c.property == 20
+                              ? tovix_oneshot_autoexposure(subject.handle(), 100, frame, kX, kY, kSide, kSide, 0)
+                              : tovix_oneshot_autogain(subject.handle(), 100, frame, kX, kY, kSide, kSide),
+                          0);
+            }
+            for (const double level : subject.levels())
+                mean += level / 4;
+            EXPECT_NEAR(mean, 100, 1) << model << ", " << c.name;
+        }
+    }
+}
+
+TEST(OneShot, WritesTheValueWithFlags0OrNothing) {
+    Subject subject("mira13c");
+    std::vector<std::string> writes;
+    subject.set(20, 40'000'000);
+    subject.port.access()->set_observer([&](const tovix::simulator::Transfer& transfer) {
+        if (transfer.setup.request_type == 0x40) writes.push_back(transfer.text().substr(14));
+    });
+    const std::vector<std::uint8_t> frame(kFrameWidth * kFrameHeight, 50);
+    const auto expose = [&](int target, int x, int width) {
+        return tovix_oneshot_autoexposure(subject.handle(), target, frame.data(), x, 0, width, 8, 0);
+    };
+    EXPECT_EQ(expose(50, 0, 8), 0);
+    EXPECT_EQ(expose(200, 0, 8), 0);  // to the maximum, 60 s
+    for (const auto& [x, width] : {std::pair{-2, 8}, {0, 0}, {kFrameWidth - 6, 8}, {0, INT32_MAX}})
+        EXPECT_EQ(expose(50, x, width), TOVIX_EINVAL);
+    EXPECT_EQ(tovix_oneshot_autoiris(subject.handle(), 50, frame.data(), 0, 0, 8, 8), TOVIX_EADJUST);
+    EXPECT_EQ(tovix_autofocus_start(subject.handle(), 0, 0, 8, 8), TOVIX_EINVAL);
+    EXPECT_EQ(tovix_autofocus_process(subject.handle(), frame.data()), TOVIX_EADJUST);
+    subject.plant(Place::kRegisterRead, 0x04A0, 0, 1);
+    EXPECT_EQ(expose(50, 0, 8), TOVIX_EADJUST);
+    EXPECT_EQ(writes, (std::vector<std::string>{
+                          "value=0000 index=04A0 length=8 done 8: 00 00 00 00 00 5A 62 02",
+                          "value=0000 index=04A0 length=8 done 8: 00 00 00 00 00 87 93 03",
+                      }));
+    subject.port.access()->set_observer({});
+    subject.plant(Place::kRegisterWrite, 0x04A0, 0, 1);
+    EXPECT_EQ(expose(50, 0, 8), TOVIX_EADJUST);
+}
+
+TEST(WhiteBalance, OneShotMakesGreyNeutral) {
+    for (const char* model : kFilters)
+        for (const Light& light : kLights) {
+            Subject subject(model, light);
+            subject.set(70, 20);
+            EXPECT_GT(spread(subject.levels()), 0.2) << model;
+            EXPECT_EQ(tovix_oneshot_autowhitebalance(subject.handle(), subject.look(), kX, kY, kSide, kSide), 0);
+            EXPECT_LT(spread(subject.levels()), 0.02) << model << ", light " << light[0] << " " << light[2];
+            EXPECT_EQ(subject.value(69), 0);
+            EXPECT_EQ(subject.value(70), 0);
+        }
+}
+
+TEST(WhiteBalance, StepsMakeGreyNeutral) {
+    for (const char* model : kFilters)
+        for (const Light& light : {kLights[0], kLights[1], kLights[2], Light{1.0, 0.9, 0.05}}) {
+            Subject subject(model, light);
+            int steps = 0;
+            while (tovix_whitebalance_step(subject.handle(), subject.look(), kX, kY, kSide, kSide) == 1)
+                ASSERT_LT(++steps, 10) << model;
+            EXPECT_GT(steps, 0);
+            const Levels raw = subject.levels();
+            const std::array<double, 3> seen{raw[0] * subject.value(72), (raw[1] + raw[2]) / 2 * subject.value(73),
+                                             raw[3] * subject.value(74)};
+            EXPECT_LT(spread(seen), 0.03) << model << ", light " << light[0] << " " << light[2];
+        }
+}
+
+TEST(WhiteBalance, ConversionMakesGreyNeutral) {
+    for (const char* model : kFilters)
+        for (const Light& light : kLights) {
+            Subject subject(model, light);
+            subject.set(20, 13'000);
+            subject.set(65, 1);
+            subject.set(64, 1);
+            const int gain = subject.value(41);
+            EXPECT_EQ(tovix_digital_whitebalance(subject.handle(), subject.look(), kX, kY, kSide, kSide), 0);
+            EXPECT_EQ(subject.value(41), gain) << "the camera is left alone";
+            tovix_image_format format{};
+            ASSERT_EQ(tovix_get_image_format(subject.handle(), &format), 0);
+            std::vector<std::uint8_t> image(3 * kFrameWidth * kFrameHeight);
+            ASSERT_EQ((*subject.camera)->vorm->ConvertToRgb(image.data(), subject.frame.data(), 24, &format, nullptr),
+                      0);
+            std::array<double, 3> sums{};
+            for (std::size_t i = 0; i < image.size(); ++i)
+                sums[i % 3] += image[i];
+            // Green is measured half a quarter level too bright, which is two levels.
+            const Levels raw = subject.levels();
+            EXPECT_LT(spread(sums), 0.03) << model << ", light " << light[0] << " " << light[2];
+            sums[1] *= 1 + 2 / raw[1];
+            EXPECT_LT(spread(sums), 0.01) << model << ", light " << light[0] << " " << light[2];
+            EXPECT_LT(sums[1] / (kFrameWidth * kFrameHeight), 250);
+            subject.set(65, 0);
+            EXPECT_EQ(tovix_digital_whitebalance(subject.handle(), subject.frame.data(), kX, kY, kSide, kSide), -22);
+        }
+}
+
+/// A frame whose cells are all alike, for a camera of RGGB.
+std::vector<std::uint8_t> cells(int red, int green1, int green2, int blue) {
+    std::vector<std::uint8_t> frame;
+    for (int y = 0; y < kFrameHeight; ++y)
+        for (int x = 0; x < kFrameWidth; ++x)
+            frame.push_back(
+                static_cast<std::uint8_t>(y % 2 == 0 ? (x % 2 == 0 ? red : green1) : (x % 2 == 0 ? green2 : blue)));
+    return frame;
+}
+
+constexpr std::uint32_t kGains[] = {41, 43, 44, 42};  // in the order of Levels
+
+void set_gains(const Subject& subject, const std::array<int, 4>& gains) {
+    for (std::size_t i = 0; i < 4; ++i)
+        subject.set(kGains[i], gains[i]);
+}
+std::array<int, 4> gains_of(const Subject& subject) {
+    return {subject.value(41), subject.value(43), subject.value(44), subject.value(42)};
+}
+
+std::int32_t balance(const Subject& subject, const std::vector<std::uint8_t>& frame, float red_ratio = 1,
+                     float blue_ratio = 1) {
+    return tovix_oneshot_autowhitebalance_ex(subject.handle(), frame.data(), kX, kY, kSide, kSide, red_ratio,
+                                             blue_ratio);
+}
+
+TEST(WhiteBalance, OneShotByHand) {
+    // The averages are a quarter of each place's level.
+    const auto plain = [](const std::string& averages, const std::string& average) {
+        const std::string stage = "averages: " + averages + ", samples: 4096\n" +
+                                  "tovix_oneshot_autowhitebalance_ex: average: " + average + "\n";
+        return stage + "tovix_oneshot_autowhitebalance_ex: " + stage + "tovix_oneshot_autowhitebalance_ex: " + stage;
+    };
+    const std::string reddish = plain("16.000000/32.000000/32.000000/24.000000", "26.000000");
+    const std::string grey = plain("32.000000/32.000000/32.000000/32.000000", "32.000000");
+    const struct {
+        const char* what;
+        std::vector<std::uint8_t> frame;
+        float red_ratio, blue_ratio;
+        std::uint32_t unreadable;                   // register of a gain
+        std::array<int, 4> before, after;           // 4096 is 1.0, the minimum; 16384 is the maximum
+        std::string measures, gains, middle, last;  // printed
+    } cases[] = {
+        {"raised to the minimum",
+         cells(64, 128, 128, 96),
+         1,
+         1,
+         0,
+         {8192, 4096, 4096, 4096},
+         {16384, 4096, 4096, 5461},
+         reddish,
+         "3.250000/0.812500/0.812500/1.083333",
+         "1.000000 and 4.000000/1.000000/1.000000/1.333333",
+         "1.000000 and 4.000000/1.000000/1.000000/1.333333"},
+        {"scaled to the maximum, raised to the minimum, cut off",
+         cells(64, 128, 128, 96),
+         1,
+         1,
+         0,
+         {16384, 4096, 4096, 4096},
+         {16384, 4096, 4096, 5461},
+         reddish,
+         "6.500000/0.812500/0.812500/1.083333",
+         "1.000000 and 8.000000/1.000000/1.000000/1.333333",
+         "1.000000 and 4.000000/1.000000/1.000000/1.333333"},
+        {"ratios and the floor",
+         cells(128, 128, 128, 128),
+         64,
+         1 / 64.0f,
+         0,
+         {4096, 4096, 4096, 4096},
+         {16384, 16384, 16384, 4096},
+         "averages: 32.000000/32.000000/32.000000/32.000000, samples: 4096\n"
+         "tovix_oneshot_autowhitebalance_ex: average: 32.000000\n"
+         "tovix_oneshot_autowhitebalance_ex: averages: 0.500000/32.000000/32.000000/2048.000000, samples: 4096\n"
+         "tovix_oneshot_autowhitebalance_ex: average: 528.125000\n"
+         "tovix_oneshot_autowhitebalance_ex: averages: 4.125977/32.000000/32.000000/2048.000000, samples: 4096\n"
+         "tovix_oneshot_autowhitebalance_ex: average: 528.125000\n",
+         "128.000000/16.503906/16.503906/0.257874",
+         "",
+         "1.000000 and 4.000000/4.000000/4.000000/1.000000"},
+        {"without green gains",
+         cells(64, 128, 128, 96),
+         1,
+         1,
+         kGainGreen1,
+         {4096, 5000, 5001, 4096},
+         {8192, 5000, 5001, 5461},
+         reddish,
+         "2.000000/1.000000/1.000000/1.333333",
+         "1.333333 and 2.000000/1.000000/1.000000/1.333333",
+         "1.333333 and 2.000000/1.000000/1.000000/1.333333"},
+        {"without green 2",
+         cells(128, 128, 128, 128),
+         1,
+         1,
+         kGainGreen2,
+         {4096, 8192, 5001, 4096},
+         {4096, 8192, 5001, 4096},
+         grey,
+         "1.000000/2.000000/2.000000/1.000000",
+         "1.000000 and 1.000000/2.000000/2.000000/1.000000",
+         "1.000000 and 1.000000/2.000000/2.000000/1.000000"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        Subject subject("mira13c");
+        set_gains(subject, c.before);
+        if (c.unreadable != 0) subject.plant(Place::kRegisterRead, c.unreadable);
+        std::int32_t result = -1;
+        const std::string output = output_of([&] { result = balance(subject, c.frame, c.red_ratio, c.blue_ratio); });
+        EXPECT_EQ(result, 0);
+        const std::string name = "tovix_oneshot_autowhitebalance_ex: ";
+        const std::string first = name + c.measures + name + "gains: " + c.gains + "\n" + name + "gains: " + c.middle;
+        EXPECT_EQ(output.substr(0, first.size()), first);
+        const std::string last = name + "gains: " + c.last + "\n";
+        EXPECT_EQ(output.substr(output.size() - last.size()), last);
+        EXPECT_EQ(std::count(output.begin(), output.end(), '\n'), 9);
+        subject.port.access().clear_faults();
+        EXPECT_EQ(gains_of(subject), c.after);
+    }
+}
+
+TEST(WhiteBalance, OneShotFailsAsItShould) {
+    Subject subject("mira13c");
+    const std::vector<std::uint8_t> reddish = cells(64, 128, 128, 96);
+    const std::array<int, 4> before{8192, 4097, 4098, 4099};
+    set_gains(subject, before);
+    const struct {
+        const char* what;
+        std::uint32_t unreadable, skip;
+    } reads[] = {{"red", kGainRed, 0}, {"blue", kGainBlue, 0}, {"green, after its range", kGainGreen1, 1}};
+    for (const auto& c : reads) {
+        subject.plant(Place::kRegisterRead, c.unreadable, c.skip);
+        EXPECT_EQ(balance(subject, reddish), TOVIX_EADJUST) << c.what;
+        subject.port.access().clear_faults();
+    }
+    std::int32_t result = 0;
+    const std::string output = output_of([&] { result = balance(subject, cells(16, 16, 16, 16)); });
+    EXPECT_EQ(result, TOVIX_ELIGHT);
+    const std::string name = "tovix_oneshot_autowhitebalance_ex: ";
+    EXPECT_EQ(output,
+              name + "averages: 4.000000/4.000000/4.000000/4.000000, samples: 4096\n" + name + "average: 4.000000\n");
+    for (const auto& [x, y, width, height] : {std::array{1, 0, 8, 8},
+                                              {0, 1, 8, 8},
+                                              {0, 0, 7, 8},
+                                              {0, 0, 8, 7},
+                                              {0, 0, 0, 8},
+                                              {74, 0, 8, 8},
+                                              {0, 66, 8, 8},
+                                              {-2, 0, 8, 8}}) {
+        EXPECT_EQ(tovix_oneshot_autowhitebalance(subject.handle(), reddish.data(), x, y, width, height), TOVIX_EINVAL);
+        EXPECT_EQ(tovix_digital_whitebalance(subject.handle(), reddish.data(), x, y, width, height), TOVIX_EINVAL);
+    }
+    EXPECT_EQ(gains_of(subject), before);
+
+    subject.set(69, 30);
+    subject.plant(Place::kRegisterWrite, kGainRed, 0, 1);
+    EXPECT_EQ(balance(subject, reddish), TOVIX_EADJUST);
+    EXPECT_EQ(gains_of(subject), (std::array{8192, 4096, 4097, 5464})) << "one that fails does not stop the others";
+    EXPECT_EQ(subject.value(69), 0);
+    EXPECT_EQ(tovix_oneshot_autowhitebalance(subject.handle(), nullptr, 0, 0, 8, 8), TOVIX_EFAIL);
+}
+
+TEST(WhiteBalance, LevelsBearAnyRatio) {
+    Subject subject("mira13c");
+    const std::vector<std::uint8_t> frame = cells(64, 120, 128, 96);
+    const auto levels = [&](float red_ratio, float blue_ratio) {
+        std::array<float, 3> all{};
+        EXPECT_EQ(tovix_get_whitebalance_adjustment_ex(subject.handle(), frame.data(), red_ratio, blue_ratio, kX, kY,
+                                                       kSide, kSide, &all[0], &all[1], &all[2]),
+                  0);
+        return all;
+    };
+    EXPECT_EQ(levels(1, 1), (std::array{16.0f, 31.5f, 24.0f}));
+    EXPECT_EQ(levels(0.5, 2), (std::array{32.0f, 31.5f, 12.0f}));
+    for (const float least : {0.01f, 0.0f, -5.0f, std::nanf("")})
+        EXPECT_EQ(levels(1, least), (std::array{16.0f, 31.5f, 2400.0f})) << least;
+    EXPECT_EQ(levels(INFINITY, 1)[0], (30 + 32 + 24) / 4.0f / 128) << "the floor";
+}
+
+std::int32_t step(const Subject& subject, const std::vector<std::uint8_t>& frame) {
+    return tovix_whitebalance_step(subject.handle(), frame.data(), kX, kY, kSide, kSide);
+}
+
+TEST(WhiteBalance, StepByHand) {
+    const struct {
+        const char* what;
+        std::vector<std::uint8_t> frame;
+        std::int32_t result;
+        std::array<int, 4> gains;
+        std::array<int, 3> digital;
+        std::string printed;
+    } cases[] = {
+        // Green counts half a quarter level more than it is: 16 / 32.5 / 24, so that red wants 2.03125 and gets 90 % of it.
+        {"by analogue gains",
+         cells(64, 128, 128, 96),
+         1,
+         {7898, 4096, 4096, 5402},
+         {100, 100, 100},
+         "2.03/1.00/1.35\n"},
+        // 32 / 32.5 / 1: blue wants 1 + 0.9 x 31.5 = 29.35, 4.0 of it by the analogue gain.
+        {"rest by digital gains",
+         cells(128, 128, 128, 4),
+         1,
+         {4154, 4096, 4096, 16384},
+         {100, 100, 734},
+         "1.02/1.00/32.50\n"},
+        {"nothing to do",
+         cells(128, 128, 128, 129),
+         0,
+         {4096, 4096, 4096, 4096},
+         {100, 100, 100},
+         "1.02/1.00/1.01\ntovix_whitebalance_step_ex: no whitebalance change required\n"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        Subject subject("mira13c");
+        std::int32_t result = -1;
+        const std::string errors = printed_by([&] { result = step(subject, c.frame); });
+        EXPECT_EQ(result, c.result);
+        EXPECT_EQ(errors.substr(errors.find('\n') + 1), "tovix_whitebalance_step_ex: " + c.printed);
+        EXPECT_EQ(gains_of(subject), c.gains);
+        for (std::uint32_t i = 0; i < 3; ++i)
+            EXPECT_NEAR(subject.value(72 + i), c.digital[i], 1);
+    }
+}
+
+TEST(WhiteBalance, StepReportsNoFailingProperty) {
+    Subject subject("mira13c");
+    const std::vector<std::uint8_t> reddish = cells(64, 128, 128, 96);
+    int transfers = 0;
+    subject.port.access()->set_observer([&](const tovix::simulator::Transfer&) { ++transfers; });
+    EXPECT_EQ(tovix_whitebalance_step(subject.handle(), reddish.data(), 1, 0, 8, 8), TOVIX_EINVAL);
+    EXPECT_EQ(step(subject, cells(16, 16, 16, 16)), TOVIX_ELIGHT);
+    EXPECT_EQ(transfers, 0) << "refused before any property was touched";
+    subject.port.access()->set_observer({});
+    for (const Place place : {Place::kRegisterRead, Place::kRegisterWrite}) {
+        std::uint32_t good = 0;
+        for (;; ++good) {  // the first transfer fails, the second, ...
+            ASSERT_LT(good, 20u);
+            set_gains(subject, {4096, 4096, 4096, 4096});
+            subject.plant(place, Fault::kAnyAddress, good, 1);
+            const std::int32_t result = step(subject, reddish);
+            if (result == 1) break;
+            EXPECT_EQ(result, 0) << good;
+            EXPECT_EQ(subject.value(41) != 4096, place == Place::kRegisterRead ? good >= 4 : good >= 1) << good;
+        }
+        EXPECT_EQ(good, place == Place::kRegisterRead ? 8u : 4u);
+        subject.port.access().clear_faults();
+    }
+}
+
+TEST(WhiteBalance, ModelsWithUnequalGreensAreInTheTable) {
+    int models = 0;
+    for (int i = 0; i < camera_id_count; ++i)
+        models += IsCameraDifferentGreenResponses(camera_ids[i].product_id);
+    EXPECT_EQ(models, 2);
+}
+
+}  // namespace

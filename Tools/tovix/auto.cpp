@@ -9,16 +9,16 @@
 
 namespace {
 
-/// Numbers as people and programs read them: measures with more digits are noise.
-double rounded(double value) {
-    return std::stod(text("%.5g", value));
+/// Further digits of a measure are noise.
+double rounded(double value, int digits) {
+    return std::stod(text("%.*g", digits, value));
 }
 
 void print_step(std::uint32_t step, const Figures& figures) {
     std::printf("step %u", step);
     for (const auto& [name, value] : figures) {
         const bool no_news = name.starts_with("digital_gain") && value == 1;
-        if (!no_news) std::printf("  %s %.4g", name.c_str(), value);
+        if (!no_news) std::printf("  %s %s", name.c_str(), number_text(rounded(value, 4)).c_str());
     }
     std::printf("\n");
     flush_answer();
@@ -27,7 +27,7 @@ void print_step(std::uint32_t step, const Figures& figures) {
 nlohmann::ordered_json step_json(std::uint32_t step, const Figures& figures) {
     nlohmann::ordered_json row{{"step", step}};
     for (const auto& [name, value] : figures)
-        row[name] = rounded(value);
+        row[name] = rounded(value, 5);
     return row;
 }
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "camera_stream.h"
 
+#include <algorithm>
+
 namespace {
 
 /// How late the watchdog may be.
@@ -38,7 +40,7 @@ std::optional<HeldFrame> CameraStream::next() {
     camera_.quiet().forget_when_many();
     if (end_ != End::kNone) return {};
     wait_ends_ = Clock::now() + std::chrono::duration_cast<Clock::duration>(
-                                    std::chrono::duration<double>(frame_limit_s_ + exposure_s_));
+                                    std::chrono::duration<double>(frame_limit_s_ + longest_exposure_s_));
     const std::int32_t index = tovix_wait_for_capture_to_buffer(camera_.handle());
     wait_ends_ = Clock::time_point::max();
     if (index >= 0) return HeldFrame(camera_.handle(), index);
@@ -52,7 +54,8 @@ void CameraStream::allow_for_exposure() {
     std::uint32_t flags = 0;
     const bool known = tovix_property_get(camera_.handle(), TOVIX_PROP_EXPOSURE, &exposure, &flags) >= 0 &&
                        (flags & TOVIX_PROPERTY_PRESENT) != 0;
-    exposure_s_ = known ? double{ConvertPropToFloat(TOVIX_PROP_EXPOSURE, exposure)} / 1000 : 0;  // from milliseconds
+    const double now_s = known ? double{ConvertPropToFloat(TOVIX_PROP_EXPOSURE, exposure)} / 1000 : 0;  // from ms
+    longest_exposure_s_ = std::max(now_s, std::exchange(exposure_s_, now_s));
 }
 
 void CameraStream::watch(const std::stop_token& finished) {

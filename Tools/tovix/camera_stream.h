@@ -51,7 +51,7 @@ class CameraStream {
     /// Wait for the next frame, always the newest. Nothing when the stream has ended; end() says why.
     std::optional<HeldFrame> next();
 
-    /// The exposure has changed, and so may the wait for a frame.
+    /// The exposure has changed, and so may the wait for a frame. Frames under way may have the former one.
     void allow_for_exposure();
 
     End end() const { return end_; }
@@ -63,7 +63,7 @@ class CameraStream {
 
     const Camera& camera_;
     const double frame_limit_s_;
-    double exposure_s_ = 0;
+    double exposure_s_ = 0, longest_exposure_s_ = 0;  // now, and of the frames under way
     StopSignals signals_;
     std::atomic<End> end_{End::kNone};
     /// The latest end of the wait under way.

@@ -58,10 +58,19 @@ is_png() { # FILE WIDTH HEIGHT: 8-bit RGB, from its signature to its end mark
     [ "$(tail -c 8 "$work/$1" | head -c 4)" = IEND ] || fail "$1: cut off"
     [ "$(size "$1")" -gt 50000 ] || fail "$1: too small for a picture of anything"
 }
-# A pixel of the 24-bit TIFF file of run `colours`: uncompressed pixels from byte 8 on, 640 a row.
-pixel() { # FILE X Y CONDITION on r, g, b
-    od -An -tu1 -j $((8 + 3 * ($3 * 640 + $2))) -N 3 "$work/colours/$1" | awk "{r = \$1; g = \$2; b = \$3; exit !($4)}" ||
-        fail "$1: pixel $2,$3 is$(od -An -tu1 -j $((8 + 3 * ($3 * 640 + $2))) -N 3 "$work/colours/$1")"
+# A pixel of the 24-bit TIFF file of a run: uncompressed pixels from byte 8 on, 640 a row.
+pixel() { # RUN X Y CONDITION on r, g, b
+    od -An -tu1 -j $((8 + 3 * ($3 * 640 + $2))) -N 3 "$work/$1/c.tif" | awk "{r = \$1; g = \$2; b = \$3; exit !($4)}" ||
+        fail "$1: pixel $2,$3 is$(od -An -tu1 -j $((8 + 3 * ($3 * 640 + $2))) -N 3 "$work/$1/c.tif")"
+}
+# The mean of 64 x 48 pixels of the chart's grey patch.
+patch() { # RUN CONDITION on r, g, b
+    for y in {150..197}; do od -An -v -tu1 -w3 -j $((8 + 3 * (y * 640 + 480))) -N 192 "$work/$1/c.tif"; done |
+        awk "{r += \$1; g += \$2; b += \$3} END {r /= NR; g /= NR; b /= NR; if (!($2)) {print r, g, b; exit 1}}" ||
+        fail "$1: the grey patch is not $2"
+}
+answers() { # RUN FILTER: true of the answer in JSON, if there is a jq to look
+    ! command -v jq >/dev/null || jq -e "$2" "$work/$1.out" >/dev/null || fail "$1: the answer is not $2" "$1"
 }
 # Wait until a file is there; the run that makes it may be slow, but not dead.
 appears() { # RUN FILE
@@ -109,6 +118,37 @@ start ambiguous --simulate=mira13c:1 --simulate=lyra03m info --camera 1
 start alike --simulate=mira13c --simulate=mira13m info --camera mira
 resources=$work/left start no_firmware --simulate=lyra03m list
 
+# Properties and adjustments. The light makes what is grey red, and 0.2 ms are a fiftieth of what fits the chart.
+sunset=(--simulate=lyra03c --light 1,0.6,0.35)
+start got --simulate=lyra03c get
+start got_json --simulate=lyra03m get exposure TEMPERATURE 43 --json
+start put --simulate=lyra03c set TOVIX_PROP_Exposure=12.5 gain-red=1.5 71=1.25 digital_hue=-20 temperature=-10
+start put_json --simulate=lyra03c set temperature=off flipping=3 --json
+start out_of_range --simulate=lyra03c set exposure=20 gain=9
+start wraps --simulate=lyra03c set exposure=4294967.306
+start absent --simulate=lyra03m set gain_red=2
+start half_degree --simulate=lyra03c set temperature=20.5
+start brightens --simulate=lyra03m auto exposure --set exposure=0.2
+start darkens --simulate=lyra03m auto exposure --set exposure=100 --target 100 --roi 20,20,300x200 --json
+start at_maximum --simulate=lyra03m auto gain --set exposure=0.2
+start at_minimum --simulate=lyra03m --light 1000,1000,1000 auto exposure --set gain=8 --target 5 --json
+start too_few --simulate=lyra03m auto exposure --set exposure=0.2 --steps 1
+start whitens "${sunset[@]}" auto white-balance --json
+start at_once "${sunset[@]}" auto white-balance --one-shot --json
+start digitally "${sunset[@]}" auto digital-white-balance --set flipping=1 --roi 480,150,64x48 --json
+start too_dark "${sunset[@]}" auto white-balance --set exposure=0.5
+start too_bright "${sunset[@]}" auto digital-white-balance --set exposure=50
+start colourless --simulate=lyra03m auto white-balance
+start lensless --simulate=lyra03m auto focus
+start off_frame --simulate=lyra03m auto gain --roi 0,0,640x481
+start odd_cells "${sunset[@]}" auto white-balance --roi 1,0,64x64
+start tinted "${sunset[@]}" capture -o c.tif
+start mended "${sunset[@]}" capture -o c.tif --set exposure=0.2 --auto exposure --auto white-balance
+start mended_later "${sunset[@]}" capture -o c.tif --gamma 2 --auto digital-white-balance
+start turned --simulate=lyra03c --noise 0 capture -o c.tif --set flipping=1 --set correction_matrix=0 --method edge
+start blurred --simulate=lyra03m --noise 0 --blur 3 capture -o c.tif
+start unmended --simulate=lyra03m capture -o c.tif --auto exposure --auto white-balance
+
 # ---- Meanwhile, what needs none
 for usage in '' 'lst' 'list --bogus' 'list info' 'capture -n 0' 'capture -n 2x' 'capture --size 10' 'capture --size 70000x1' \
     'capture --timeout nan' 'capture --subsample 0' 'capture --format bmp' 'capture -o a.dat' '--picture /dev/null list' \
@@ -118,14 +158,23 @@ for usage in '' 'lst' 'list --bogus' 'list info' 'capture -n 0' 'capture -n 2x' 
     'convert a.raw -o a.png --phase RGB' 'convert a.raw -o a.png --depth 12' 'convert a.raw -o a.png --width 65536' \
     'convert a.raw -o a.png --product 0x10000' 'convert a.raw -o a.png --product 1 --model mira13c' 'capture -o -' \
     'stream --count 1 --seconds 1' 'stream --json -o -' 'stream --seconds inf' '--simulate=lyra03m:x list' \
-    '--resources /nonexistent list'; do
+    '--resources /nonexistent list' '--light 1,1,1 list' '--simulate --light 1,1 list' '--simulate --blur -1 list' \
+    'get nothing' 'set' 'set exposure' 'set exposure=' 'set exposure=nan' 'set gain=1 gian=2' 'set 999=1' \
+    'set max_width=5' 'set gain=off' 'auto' 'auto shutter' 'auto gain --target 0' 'auto focus --target 9' \
+    'auto gain --one-shot' 'auto gain --roi 1,2' 'auto gain --roi 1,2,0x3' 'auto gain --set x=1' 'capture --auto all' \
+    'capture --target 9' 'capture -o a.raw --set digital_hue=3' 'capture -o a.raw --auto digital-white-balance' \
+    'capture --gains 1,1,1 --auto digital-white-balance'; do
     # shellcheck disable=SC2086
     "$tool" $usage >"$work/usage.out" 2>"$work/usage.err"
     status=$?
     [ $status -eq 2 ] || fail "usage '$usage': left with $status" usage
     [ ! -s "$work/usage.out" ] && [ "$(wc -l <"$work/usage.err")" -eq 1 ] || fail "usage '$usage': output" usage
 done
-for asked in --help --version 'capture --help'; do
+for near in 'expsure exposure' 'gian gain' 'BLOCK block_640' 'digital_gain_gren digital_gain_green'; do
+    "$tool" get "${near% *}" 2>"$work/usage.err" && fail "get ${near% *}: taken"
+    grep -q "did you mean .*${near#* }" "$work/usage.err" || fail "get ${near% *}: no hint of ${near#* }"
+done
+for asked in --help --version 'capture --help' 'auto --help'; do
     # shellcheck disable=SC2086
     "$tool" $asked >"$work/usage.out" 2>"$work/usage.err" || fail "$asked: left with $?" usage
     [ -s "$work/usage.out" ] && [ ! -s "$work/usage.err" ] || fail "$asked: output" usage
@@ -341,8 +390,8 @@ ended seen 0
 # The chart's red and blue patches, on a sensor that begins with blue, seen from behind.
 ended colours 0
 holds colours c.tif
-pixel c.tif 575 144 'r > 2 * g && r > 2 * b'
-pixel c.tif 507 172 'b > 2 * r && b > 1.5 * g'
+pixel colours 575 144 'r > 2 * g && r > 2 * b'
+pixel colours 507 172 'b > 2 * r && b > 1.5 * g'
 
 ended measured 0
 is_json measured
@@ -355,6 +404,65 @@ ended piped 0
 [ "$(od -An -tu1 -j 644 -N 4 "$work/piped.out" | tr -s ' ')" != " 1 0 0 0" ] || fail "piped: pixels carry row numbers"
 wait "${pids[left]}"
 [ "$(cat "$work/left.out")" = 0 ] && [ ! -s "$work/left.err" ] || fail "left: not quiet when the reader leaves" left
+
+# ---- Properties
+ended got 0
+[ "$(wc -l <"$work/got.out")" -eq 27 ] || fail "got: not one line a property" got
+says got '^exposure=10$'
+says got '^digital_gain=1$'
+ended got_json 0
+answers got_json '.exposure == {id: 20, value: 10, min: 0.01, max: 60000, unit: "ms", kept_by: "camera",
+    register: "0x04A0", present: true, on: false, flags: 2147483648} and .temperature.min == -30
+    and .gain_green1.present == false and length == 3'
+ended put 0
+[ "$(cut -d ' ' -f 1 "$work/put.out" | tr '\n' ' ')" = \
+    'exposure=12.5 gain_red=1.5 digital_gain=1.25 digital_hue=-19.99 temperature=25 ' ] || fail "put: the values" put
+says put '^temperature=25 .*on, goal -10'
+ended put_json 0
+answers put_json '.temperature.on == false and .flipping.value == 3'
+ended out_of_range 1 'gain=9 is out of range: gain is 1 to 8$'
+ended wraps 1 'out of range: exposure is 0.01 to 60000 ms$'
+ended absent 1 'this camera has no gain_red$'
+ended half_degree 1 'whole degrees$'
+answers described_json '.properties | length == 27 and .gain.register == "0x04F0" and .max_width.min == null'
+says described '^ *20  exposure +10  0\.01 to 60000 +ms +camera 0x04A0$'
+says described '^ *81  max_width +1280 '
+
+# ---- Adjustments
+ended brightens 0
+says brightens '^step 1  mean [0-9.]+  exposure 0\.2$'
+says brightens '^settled after [2-4] steps$'
+ended darkens 0
+answers darkens '.settled and .target == 100 and .roi == {x: 20, y: 20, width: 300, height: 200}
+    and (.steps[-1].mean - 100 | fabs) <= 3 and .steps[0].mean > 150'
+ended at_maximum 1 'gain is at its maximum of 8 and the picture is still darker (mean [0-9.]*) than 64; '
+says at_maximum '^step 2  mean [0-9.]+  gain 8$'
+ended at_minimum 1 'exposure is at its minimum of 0.01 ms and the picture is still brighter'
+answers at_minimum '.settled == false and (.reason | startswith("exposure is at its minimum"))'
+ended too_few 1 'exposure has not settled after 1 steps; '
+for run in whitens at_once digitally; do
+    ended $run 0
+    answers $run '.settled and .steps[0].red_to_green > 1.4 and .steps[0].blue_to_green < 0.7
+        and ([.steps[-1].red_to_green, .steps[-1].blue_to_green] | all(. > 0.97 and . < 1.03))'
+done
+answers at_once '(.steps | length) == 2 and .steps[1].gain_blue > 2'
+ended too_dark 1 'too dark to measure its colours: its mean is [0-9.]* of 255; '
+ended too_bright 1 'too bright to measure its colours: [0-9]* % '
+ended colourless 1 'this camera is monochrome'
+ended lensless 1 'this camera has no focus drive'
+ended off_frame 1 '640x481 at 0,0 is not in the frame, which has 640x480'
+ended odd_cells 1 'have to be even$'
+
+for run in tinted mended mended_later turned blurred; do ended $run 0; done
+patch tinted 'r > 1.4 * g && b < 0.7 * g'
+patch mended 'r < 1.02 * g && g < 1.02 * r && b < 1.02 * g && g < 1.02 * b && g > 50'
+patch mended_later 'r < 1.02 * g && g < 1.02 * r && b < 1.02 * g && g < 1.02 * b'
+pixel turned 575 144 'r > 2 * g && r > 2 * b' # the chart's red patch, from behind
+ended unmended 1 'this camera is monochrome'
+holds unmended
+# A line from black to white takes a few pixels.
+od -An -v -tu1 -w1 -j $((8 + 300 * 640)) -N 640 "$work/blurred/c.tif" | awk 'NR > 1 && ($1 - last > 80 || last - $1 > 80) {exit 1}
+    {last = $1}' || fail "blurred: an edge is sharp"
 
 # ---- Failures: one line, no file
 for kind in raw png tif; do

@@ -3,8 +3,10 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <limits>
 
+#include "adjustment_arguments.h"
 #include "option_values.h"
 #include "rendering_arguments.h"
 
@@ -18,6 +20,7 @@ constexpr char kExamples[] =
     "  tovix capture -o frame.png                     a picture from the first one\n"
     "  tovix capture --camera 1001 -n 20 -o a.raw     a-0001.raw to a-0020.raw, each with a description\n"
     "  tovix convert a-0001.raw -o a.tif              a picture of it later\n"
+    "  tovix capture --auto exposure --auto white-balance   first let the camera find its settings\n"
     "  tovix --simulate capture                       the same as with a camera, without one\n"
     "  tovix --simulate=lyra03m:77 info               a simulated model, with serial number 77\n"
     "\n"
@@ -25,6 +28,14 @@ constexpr char kExamples[] =
     "Exit status: 0 done, 1 failed, 2 wrong usage.";
 
 constexpr char kSelectorHelp[] = "Index, serial number, or (beginning of the) model;\nif not given, the first camera";
+
+constexpr char kTimeoutHelp[] = "Longest wait for a frame, beyond its exposure (10)";
+
+constexpr char kPropertyHelp[] =
+    "Names: as 'tovix info' lists them; case and - or _ do not matter. Exposures are in\n"
+    "milliseconds, gains are factors, temperatures are in degrees Celsius: setting one\n"
+    "switches the control on, temperature=off switches it off. Properties that the\n"
+    "conversion keeps last for one command; give them to 'tovix capture --set'.";
 
 /// MODEL, MODEL:SERIAL, or nothing but the flag.
 SimulatedCamera parse_simulated(const std::string& value) {
@@ -60,10 +71,20 @@ class Parser {
         simulate_ = app_.add_flag("--simulate")
                         ->description("Use a simulated camera, or several; --simulate=MODEL[:SERIAL]")
                         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-        app_.add_option("--picture", global_.picture,
+        app_.add_option("--picture", global_.view.picture,
                         "PNG file that simulated cameras look at;\nif not given, a test chart")
             ->type_name("FILE")
             ->check(CLI::Validator(CLI::ExistingFile).description(""))
+            ->needs(simulate_);
+        const auto take_light = [this](const std::string& value) {
+            global_.view.light = parse_three(value, 0.0, 1000.0, "--light");
+        };
+        app_.add_option_function<std::string>("--light", take_light, "Colour of the light on it (1,1,1)")
+            ->type_name("R,G,B")
+            ->needs(simulate_);
+        add_number(app_, "--blur", "PIXELS", global_.view.blur, 0.0, 32.0, "How far out of focus it is (0)")
+            ->needs(simulate_);
+        add_number(app_, "--noise", "LEVELS", global_.view.noise, 0.0, 255.0, "Noise of the simulated sensors (1)")
             ->needs(simulate_);
         app_.add_option("--resources", global_.resources, "Directory with firmware and FPGA images")
             ->type_name("DIR")
@@ -71,6 +92,9 @@ class Parser {
         app_.add_flag("--verbose", global_.verbose, "Show each step of the library");
         add_list();
         add_info();
+        add_get();
+        add_set();
+        add_auto();
         add_capture();
         add_convert();
         add_stream();
@@ -104,6 +128,49 @@ class Parser {
         info_->add_flag("--json", info_options_.json, "Answer in JSON");
     }
 
+    void add_get() {
+        get_ = app_.add_subcommand("get", "Read properties");
+        const auto take = [this](const std::vector<std::string>& words) {
+            for (const std::string& word : words)
+                get_options_.properties.push_back(property_argument(word));
+        };
+        get_->add_option_function<std::vector<std::string>>("NAME", take, "Names or numbers; if not given, all");
+        get_->add_option("--camera", get_options_.camera, kSelectorHelp)->type_name("SEL");
+        get_->add_flag("--json", get_options_.json, "Answer in JSON, with ranges, units and flags");
+        get_->footer(kPropertyHelp);
+    }
+
+    void add_set() {
+        set_ = app_.add_subcommand("set", "Set properties, all or none, and show what the camera made of it");
+        const auto take = [this](const std::vector<std::string>& words) {
+            for (const std::string& word : words)
+                set_options_.settings.push_back(setting_argument(word, "NAME=VALUE"));
+        };
+        set_->add_option_function<std::vector<std::string>>("NAME=VALUE", take, "Properties and their values")
+            ->required();
+        set_->add_option("--camera", set_options_.camera, kSelectorHelp)->type_name("SEL");
+        set_->add_flag("--json", set_options_.json, "Answer in JSON, with ranges, units and flags");
+        set_->footer(kPropertyHelp);
+    }
+
+    void add_auto() {
+        AutoOptions& options = auto_options_;
+        auto_ = app_.add_subcommand("auto", "Let the camera find a setting, a line a step");
+        const auto take = [this](const std::string& word) { auto_options_.what = adjustment_argument(word, "WHAT"); };
+        auto_->add_option_function<std::string>("WHAT", take, kAdjustments)->required();
+        auto_->add_option("--camera", options.camera, kSelectorHelp)->type_name("SEL");
+        const auto adjustment_options = add_adjustment_options(*auto_, options.adjustment);
+        target_ = adjustment_options[1];
+        add_settings(*auto_, options.settings);
+        auto_->add_flag("--one-shot", one_shot_, "white-balance: in one step, by the camera's gains alone");
+        add_number(*auto_, "--timeout", "S", options.timeout_s, 0.001, 86'400.0, kTimeoutHelp);
+        auto_->add_flag("--json", options.json, "Answer in JSON");
+        auto_->footer(
+            "The white balances need something grey in the rectangle, neither dark nor at the top\n"
+            "of the range: adjust the exposure first. What digital-white-balance finds ends with\n"
+            "the command; 'tovix capture --auto digital-white-balance' makes pictures with it.");
+    }
+
     void add_capture() {
         constexpr std::uint16_t kMost = std::numeric_limits<std::uint16_t>::max();
         CaptureOptions& options = capture_options_;
@@ -129,7 +196,20 @@ class Parser {
             ->type_name("N|NxM");
         add_number(*capture_, "--rate", "R", options.data_rate, 0u, std::numeric_limits<std::uint32_t>::max(),
                    "Data rate, one of those that info shows");
-        add_number(*capture_, "--timeout", "S", options.timeout_s, 0.001, 86'400.0, "Longest wait for a frame (10)");
+        add_number(*capture_, "--timeout", "S", options.timeout_s, 0.001, 86'400.0, kTimeoutHelp);
+        add_settings(*capture_, options.settings);
+        const auto take = [this](const std::vector<std::string>& words) {
+            for (const std::string& word : words)
+                capture_options_.adjustments.push_back(adjustment_argument(word, "--auto"));
+        };
+        CLI::Option* const automatic =
+            capture_
+                ->add_option_function<std::vector<std::string>>(
+                    "--auto", take, "Let the camera find a setting first, see auto --help;\nseveral in this order")
+                ->type_name("WHAT")
+                ->allow_extra_args(false);
+        for (CLI::Option* const option : add_adjustment_options(*capture_, options.adjustment))
+            option->needs(automatic);
         rendering_.add_to(*capture_);
         capture_->footer("The names of the files are printed as each is complete.");
     }
@@ -181,7 +261,7 @@ class Parser {
             ->type_name("-")
             ->check(CLI::IsMember({"-"}).description(""))
             ->excludes(json);
-        add_number(*stream_, "--timeout", "S", options.timeout_s, 0.001, 86'400.0, "Longest wait for a frame (10)");
+        add_number(*stream_, "--timeout", "S", options.timeout_s, 0.001, 86'400.0, kTimeoutHelp);
         stream_->footer(
             "Without -n and --seconds it runs until it is interrupted. Only simulated cameras\n"
             "number their frames, so of others skipped frames cannot be told.");
@@ -191,6 +271,9 @@ class Parser {
     Command chosen() {
         if (list_->parsed()) return list_options_;
         if (info_->parsed()) return info_options_;
+        if (get_->parsed()) return get_options_;
+        if (set_->parsed()) return set_options_;
+        if (auto_->parsed()) return chosen_auto();
         if (capture_->parsed()) return chosen_capture();
         if (convert_->parsed()) return chosen_convert();
         stream_options_.to_stdout = !stream_output_.empty();
@@ -199,11 +282,31 @@ class Parser {
         return stream_options_;
     }
 
+    Command chosen_auto() {
+        AutoOptions& options = auto_options_;
+        if (one_shot_ && options.what != Adjustment::kWhiteBalance)
+            throw CLI::ValidationError("--one-shot", "only white-balance can be done in one step");
+        if (one_shot_) options.what = Adjustment::kOneShotWhiteBalance;
+        if (*target_ && options.what != Adjustment::kExposure && options.what != Adjustment::kGain)
+            throw CLI::ValidationError("--target", "only exposure and gain aim at a level");
+        return options;
+    }
+
     Command chosen_capture() {
         CaptureOptions& options = capture_options_;
         if (options.output.empty()) options.output = format_.empty() ? "frame.png" : "frame." + format_;
         options.kind = settled_kind(options.output, format_, ".png, .tif, .tiff or .raw");
         options.rendering = rendering_.settled(options.kind);
+        const bool balances = std::ranges::count(options.adjustments, Adjustment::kDigitalWhiteBalance) != 0;
+        if (balances && options.rendering.gains)
+            throw CLI::ValidationError("--gains", "digital-white-balance finds them; give one or the other");
+        if (options.kind == ImageKind::kRaw) {
+            for (const PropertySetting& setting : options.settings) {
+                if (setting.property->kept_by == TOVIX_KEPT_BY_CONVERSION)
+                    throw CLI::ValidationError("--set", setting.word + ": raw files hold the samples as they are");
+            }
+            if (balances) throw CLI::ValidationError("--auto", "raw files hold the samples as they are");
+        }
         return options;
     }
 
@@ -218,10 +321,16 @@ class Parser {
 
     CLI::App app_;
     CLI::Option* simulate_ = nullptr;
-    CLI::App *list_ = nullptr, *info_ = nullptr, *capture_ = nullptr, *convert_ = nullptr, *stream_ = nullptr;
+    CLI::App *list_ = nullptr, *info_ = nullptr, *get_ = nullptr, *set_ = nullptr, *auto_ = nullptr;
+    CLI::App *capture_ = nullptr, *convert_ = nullptr, *stream_ = nullptr;
+    CLI::Option* target_ = nullptr;
+    bool one_shot_ = false;
     GlobalOptions global_;
     ListOptions list_options_;
     InfoOptions info_options_;
+    GetOptions get_options_;
+    SetOptions set_options_;
+    AutoOptions auto_options_;
     CaptureOptions capture_options_;
     ConvertOptions convert_options_;
     StreamOptions stream_options_;

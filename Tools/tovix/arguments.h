@@ -6,7 +6,8 @@
 
 #include "commands.h"
 
-using Command = std::variant<ListOptions, InfoOptions, CaptureOptions, ConvertOptions, StreamOptions>;
+using Command = std::variant<ListOptions, InfoOptions, GetOptions, SetOptions, AutoOptions, CaptureOptions,
+                             ConvertOptions, StreamOptions>;
 
 struct Arguments {
     GlobalOptions global;

@@ -96,6 +96,12 @@ std::uint32_t Camera::data_rate() const {
     return rate;
 }
 
+bool Camera::takes_tone_curve() const {
+    std::uint32_t messages = 0;
+    check(tz_usb_read_tovix_u32(handle(), TOVIX_MSG_MASK, &messages), "ask for the tone curve");
+    return (messages & 1) != 0;  // message 0 is the curve
+}
+
 void Camera::set_data_rate(std::uint32_t rate) const {
     const std::vector<std::uint32_t> rates = data_rates();
     if (std::ranges::find(rates, rate) == rates.end()) {

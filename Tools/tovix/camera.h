@@ -33,6 +33,8 @@ class Camera {
     _tovix_frame_format area() const;
     std::vector<std::uint32_t> data_rates() const;
     std::uint32_t data_rate() const;
+    /// Whether the camera bends the tones of its frames; else the conversion has to.
+    bool takes_tone_curve() const;
 
     /// Choose the area and the subsampling. Throws Failure also when the camera takes another area than that.
     void set_area(const _tovix_frame_format& area) const;

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "camera_session.h"
 
+#include <algorithm>
+#include <limits>
+
 #include "progress.h"
 #include "resources.h"
 #include "tovixapi/simulation.h"
@@ -51,7 +54,7 @@ CameraSession::CameraSession(const GlobalOptions& options, QuietStderr& quiet, M
     }
     try {
         for (const SimulatedCamera& camera : options.simulated)
-            attach(camera, options.picture, marks);
+            attach(camera, options.view, marks);
         start_up(options);
     } catch (...) {  // no destructor runs for what was not made whole
         if (simulated_) tovix_simulation_end();
@@ -63,15 +66,20 @@ CameraSession::~CameraSession() {
     if (simulated_) tovix_simulation_end();
 }
 
-void CameraSession::attach(const SimulatedCamera& camera, const std::string& picture, Marks marks) const {
+void CameraSession::attach(const SimulatedCamera& camera, const SimulatedView& view, Marks marks) const {
     if (!camera.model.empty() && !is_model(camera.model))
         throw Failure("there is no simulated model '" + printable(camera.model) + "'; choose from: " + model_names());
     tovix_simulated_options options{};
     options.size = sizeof options;
     options.state = TOVIX_SIMULATED_BARE;
     options.model = camera.model.empty() ? nullptr : camera.model.c_str();
-    options.picture = picture.empty() ? nullptr : picture.c_str();
+    options.picture = view.picture.empty() ? nullptr : view.picture.c_str();
     options.serial_number = camera.serial_number;
+    // Where 0 stands for the usual, its nearest neighbours stand for none.
+    for (std::size_t i = 0; i < view.light.size(); ++i)
+        options.light[i] = std::max(static_cast<float>(view.light[i]), std::numeric_limits<float>::min());
+    options.blur = static_cast<float>(view.blur);
+    if (view.noise) options.noise = *view.noise > 0 ? static_cast<float>(*view.noise) : -1;
     options.mark_frames = marks == Marks::kInFrames;
     if (const std::int32_t result = tovix_simulation_attach(&options, nullptr); result < 0)
         throw quiet_.failure("cannot simulate the camera", result, kVerboseAdvice);

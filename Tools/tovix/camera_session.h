@@ -2,6 +2,8 @@
 // The library for the time of one command: the bus, the cameras on it, and the choice of one.
 #pragma once
 
+#include <array>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,11 +16,19 @@ struct SimulatedCamera {
     std::uint32_t serial_number = 0;  // 0: the next one that is free
 };
 
+/// What simulated cameras look at, and how.
+struct SimulatedView {
+    std::string picture;                   // PNG file; empty: the test chart
+    std::array<double, 3> light{1, 1, 1};  // red, green, blue
+    double blur = 0;                       // standard deviation, in pixels
+    std::optional<double> noise;           // standard deviation, in levels; else the usual
+};
+
 /// What stands in front of the command.
 struct GlobalOptions {
     std::vector<SimulatedCamera> simulated;  // none: the host's bus
-    std::string picture;                     // PNG file that they look at; empty: the test chart
-    std::string resources;                   // resource directory; empty: the usual one
+    SimulatedView view;
+    std::string resources;  // resource directory; empty: the usual one
     bool verbose = false;
 };
 
@@ -45,7 +55,7 @@ class CameraSession {
     Camera open(const std::string& selector) const;
 
   private:
-    void attach(const SimulatedCamera& camera, const std::string& picture, Marks marks) const;
+    void attach(const SimulatedCamera& camera, const SimulatedView& view, Marks marks) const;
     void start_up(const GlobalOptions& options);
 
     QuietStderr& quiet_;

@@ -41,14 +41,18 @@ class CameraStream {
     /// Why no more frames come.
     enum class End { kNone, kSignal, kTooLong, kCameraGone };
 
-    /// Start the stream; `frame_limit` is the longest wait for one frame. Throws Failure. The camera outlives it.
-    CameraStream(const Camera& camera, Clock::duration frame_limit);
+    /// Start the stream; `frame_limit_s` is the longest wait for one frame, beyond the time that it is exposed. Throws
+    /// Failure. The camera outlives it.
+    CameraStream(const Camera& camera, double frame_limit_s);
     ~CameraStream();
     CameraStream(const CameraStream&) = delete;
     CameraStream& operator=(const CameraStream&) = delete;
 
     /// Wait for the next frame, always the newest. Nothing when the stream has ended; end() says why.
     std::optional<HeldFrame> next();
+
+    /// The exposure has changed, and so may the wait for a frame. Frames under way may have the former one.
+    void allow_for_exposure();
 
     End end() const { return end_; }
     /// end() as the failure of a command; `done` says what came before.
@@ -58,7 +62,8 @@ class CameraStream {
     void watch(const std::stop_token& finished);
 
     const Camera& camera_;
-    const Clock::duration frame_limit_;
+    const double frame_limit_s_;
+    double exposure_s_ = 0, longest_exposure_s_ = 0;  // now, and of the frames under way
     StopSignals signals_;
     std::atomic<End> end_{End::kNone};
     /// The latest end of the wait under way.

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // tovix capture: frames into files. The answer is the names of the files, one a line, as each is complete.
+#include <cmath>
 #include <numeric>
 
 #include "answer.h"
@@ -9,6 +10,7 @@
 #include "model_matrices.h"
 #include "pending_file.h"
 #include "progress.h"
+#include "properties.h"
 
 namespace {
 
@@ -60,6 +62,84 @@ void configure(const Camera& camera, const CaptureOptions& options) {
     if (options.data_rate) camera.set_data_rate(*options.data_rate);  // after the area, which resets it
 }
 
+/// The settings that the camera does not apply itself, for whoever makes the pictures.
+std::vector<std::pair<std::uint32_t, int>> conversion_properties(const Camera& camera, const CaptureOptions& options) {
+    const bool bends_tones = camera.takes_tone_curve();
+    std::vector<std::pair<std::uint32_t, int>> properties;
+    for (const PropertySetting& setting : options.settings) {
+        const std::uint32_t keeper = setting.property->kept_by;
+        if (keeper == TOVIX_KEPT_BY_CONVERSION || (keeper == TOVIX_KEPT_BY_LIBRARY && !bends_tones))
+            properties.emplace_back(setting.property->property, sent_value(setting));
+    }
+    return properties;
+}
+
+/// The gains of the conversion object, where the stepwise white balance needed them.
+std::optional<std::array<double, 3>> digital_gains(const Camera& camera) {
+    constexpr double kNeutral = 0.02;  // gains are read in hundredths, and one may be too low
+    std::array<double, 3> gains{};
+    bool needed = false;
+    for (std::uint32_t i = 0; i < 3; ++i) {
+        gains[i] = read_property(camera, TOVIX_PROP_DIGITAL_GAIN_RED + i).shown_value();
+        needed = needed || std::abs(gains[i] - 1) > kNeutral;
+    }
+    return needed ? std::optional(gains) : std::nullopt;
+}
+
+/// Makes the pictures of one capture.
+class Pictures {
+  public:
+    Pictures(const Camera& camera, const CaptureOptions& options, const FrameLayout& layout)
+        : camera_(camera), options_(options), layout_(layout), rendering_(options.rendering) {
+        rendering_.properties = conversion_properties(camera, options);
+        renew();
+    }
+
+    Picture render(std::span<const std::uint8_t> samples) { return renderer_->render(samples); }
+
+    /// Take over what a white balance left to the conversion.
+    void take_digital_gains() {
+        if (options_.rendering.gain || options_.rendering.gains) return;  // the command line goes before
+        rendering_.gains = digital_gains(camera_);
+        rendering_.grey.reset();
+        renew();
+    }
+    /// Balance white by the pictures alone, so that what the rectangle shows becomes grey.
+    void balance(CameraStream& stream, const Rectangle& area) {
+        check_balanceable(layout_, area);
+        const HeldFrame frame = fresh_frame(stream, "before the white balance");
+        check_balanceable(measure(frame.samples(), layout_, area));
+        const Levels levels = measure(renderer_->toned(frame.samples()), layout_, area);
+        rendering_.grey = {levels.red, levels.green, levels.blue};
+        renew();
+    }
+
+  private:
+    void renew() {
+        renderer_.emplace(rendering_, layout_,
+                          &model_of_product(static_cast<std::uint16_t>(camera_.listed().identity.product_id)));
+    }
+
+    const Camera& camera_;
+    const CaptureOptions& options_;
+    const FrameLayout& layout_;
+    RenderingOptions rendering_;
+    std::optional<Renderer> renderer_;
+};
+
+void settle(Adjustment what, const CaptureOptions& options, const Camera& camera, CameraStream& stream,
+            std::optional<Pictures>& pictures, Progress& progress) {
+    const auto show = [&](std::uint32_t step, const Figures&) {
+        progress.note(std::string(name_of(what)) + text(", step %u ...", step));
+    };
+    if (what == Adjustment::kDigitalWhiteBalance) {
+        pictures.value().balance(stream, options.adjustment.area_in(camera.frame_layout()));
+    } else {
+        adjust(what, options.adjustment, camera, stream, show);
+    }
+    if (what == Adjustment::kWhiteBalance && pictures) pictures->take_digital_gains();
+}
+
 }  // namespace
 
 void run(const CaptureOptions& options, const GlobalOptions& global, QuietStderr& quiet) {
@@ -71,22 +151,22 @@ void run(const CaptureOptions& options, const GlobalOptions& global, QuietStderr
     const Camera camera = session.open(options.camera);
     configure(camera, options);
     FrameDescription description{camera.frame_layout(), camera.area(), camera.listed(), 0};
-    std::optional<Renderer> renderer;
-    if (options.kind != ImageKind::kRaw)
-        renderer.emplace(options.rendering, description.layout,
-                         &model_of_product(static_cast<std::uint16_t>(camera.listed().identity.product_id)));
+    set_properties(camera, options.settings);
+    std::optional<Pictures> pictures;
+    if (options.kind != ImageKind::kRaw) pictures.emplace(camera, options, description.layout);
 
-    CameraStream stream(camera, std::chrono::duration_cast<CameraStream::Clock::duration>(
-                                    std::chrono::duration<double>(options.timeout_s)));
     Progress progress(quiet);
+    CameraStream stream(camera, options.timeout_s);
+    for (const Adjustment what : options.adjustments)
+        settle(what, options, camera, stream, pictures, progress);
     for (std::uint32_t done = 0; done < options.count; ++done) {
         progress.bar(done, options.count);
         const std::optional<HeldFrame> frame = stream.next();
         if (!frame) throw stream.failure(text("after %u of %u frames", done, options.count));
         description.number = done + 1;
         const std::string name = frame_name(options.output, description.number, options.count);
-        if (renderer) {
-            write_picture(name, options.kind, renderer->render(frame->samples()));
+        if (pictures) {
+            write_picture(name, options.kind, pictures->render(frame->samples()));
         } else {
             write_raw(name, frame->samples(), description);
         }

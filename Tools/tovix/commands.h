@@ -6,10 +6,13 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
+#include "adjustment.h"
 #include "camera_session.h"
 #include "description.h"
 #include "file_names.h"
+#include "property_names.h"
 #include "rendering.h"
 
 struct ListOptions {
@@ -18,6 +21,27 @@ struct ListOptions {
 
 struct InfoOptions {
     std::string camera;  // selector; empty: the first
+    bool json = false;
+};
+
+struct GetOptions {
+    std::string camera;
+    std::vector<const tovix_property_info*> properties;  // none: all
+    bool json = false;
+};
+
+struct SetOptions {
+    std::string camera;
+    std::vector<PropertySetting> settings;
+    bool json = false;
+};
+
+struct AutoOptions {
+    std::string camera;
+    Adjustment what = Adjustment::kExposure;
+    AdjustmentOptions adjustment;
+    std::vector<PropertySetting> settings;  // made beforehand
+    double timeout_s = 10;                  // for one frame
     bool json = false;
 };
 
@@ -36,6 +60,9 @@ struct CaptureOptions {
     std::optional<NumberPair> subsampling;
     std::optional<std::uint32_t> data_rate;
     double timeout_s = 10;  // for one frame
+    std::vector<PropertySetting> settings;
+    std::vector<Adjustment> adjustments;  // after the settings
+    AdjustmentOptions adjustment;
     RenderingOptions rendering;
 };
 
@@ -58,6 +85,9 @@ struct StreamOptions {
 
 void run(const ListOptions& options, const GlobalOptions& global, QuietStderr& quiet);
 void run(const InfoOptions& options, const GlobalOptions& global, QuietStderr& quiet);
+void run(const GetOptions& options, const GlobalOptions& global, QuietStderr& quiet);
+void run(const SetOptions& options, const GlobalOptions& global, QuietStderr& quiet);
+void run(const AutoOptions& options, const GlobalOptions& global, QuietStderr& quiet);
 void run(const CaptureOptions& options, const GlobalOptions& global, QuietStderr& quiet);
 void run(const ConvertOptions& options, const GlobalOptions& global, QuietStderr& quiet);
 void run(const StreamOptions& options, const GlobalOptions& global, QuietStderr& quiet);

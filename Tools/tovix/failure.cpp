@@ -26,6 +26,9 @@ std::string result_text(std::int32_t result) {
         case TOVIX_ENOMEM: return "out of memory";
         case TOVIX_EMODEL: return "the model data is malformed";
         case TOVIX_EINVAL: return "the camera cannot do that";
+        case TOVIX_EADJUST: return "a property cannot be read or set";
+        case TOVIX_ELIGHT: return "the picture is too dark or too bright";
+        case TOVIX_ENOTSUP: return "the library does not provide that";
         case TOVIX_ENODATA: return "the stream has ended";
         default: return text("status 0x%08X", static_cast<unsigned>(result));
     }

@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "commands.h"
+#include "property_answers.h"
 
 namespace {
 
@@ -17,7 +18,7 @@ struct Facts {
     std::uint32_t frame_bytes() const { return layout.width * layout.height; }
 };
 
-void print_json(const Facts& facts) {
+void print_json(const Facts& facts, const Camera& camera) {
     const nlohmann::ordered_json answer = {
         {"model", facts.model},
         {"serial", facts.identity.serial_number},
@@ -39,6 +40,7 @@ void print_json(const Facts& facts) {
         {"color_filter_family", facts.layout.color_filter_family},
         {"data_rates", facts.data_rates},
         {"data_rate", facts.data_rate},
+        {"properties", properties_json(camera, all_properties())},
     };
     std::printf("%s\n", answer.dump(2).c_str());
 }
@@ -79,8 +81,10 @@ void run(const InfoOptions& options, const GlobalOptions& global, QuietStderr& q
     const Facts facts{camera.listed().identity, camera.listed().model, camera.sensor(),   camera.area(),
                       camera.frame_layout(),    camera.data_rates(),   camera.data_rate()};
     if (options.json) {
-        print_json(facts);
+        print_json(facts, camera);
     } else {
         print_text(facts);
+        std::printf("\n");
+        print_property_table(camera);
     }
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <array>
 #include <charconv>
 #include <optional>
 #include <string>
@@ -44,6 +45,23 @@ inline CLI::Option* add_pair(CLI::App& app, const std::string& name, char separa
             NumberPair{parse_number(whole.substr(0, at), least, most, name), parse_number(second, least, most, name)};
     };
     return app.add_option_function<std::string>(name, parse, help);
+}
+
+/// Three numbers with commas between them.
+inline std::array<double, 3> parse_three(const std::string& value, double least, double most,
+                                         const std::string& option) {
+    std::array<double, 3> numbers{};
+    std::string_view rest = value;
+    for (double& number : numbers) {
+        const bool last = &number == &numbers.back();
+        const std::size_t comma = rest.find(',');
+        if (last != (comma == std::string_view::npos))
+            throw CLI::ValidationError(option,
+                                       "'" + printable(value) + "' is not three numbers with commas between them");
+        number = parse_number(rest.substr(0, comma), least, most, option);
+        if (!last) rest.remove_prefix(comma + 1);
+    }
+    return numbers;
 }
 
 /// An option with one of a few words, each of which stands for a value.

@@ -21,15 +21,21 @@ int scaled(double value, double units) {
     return static_cast<int>(std::lround(value * units));
 }
 
-void check(const RenderingOptions& options, const FrameLayout& layout, bool grey, std::uint32_t bits) {
+void check(const RenderingOptions& options, const FrameLayout& layout, bool grey, std::uint32_t bits,
+           std::uint32_t method, std::uint32_t matrix) {
     if (layout.width < 2 || layout.height < 2 || layout.width % 2 != 0 || layout.height % 2 != 0)
         throw Failure(
             text("frames of %u x %u cannot be made into pictures, whose sides are even and not 0; choose "
                  "another size",
                  layout.width, layout.height));
+    if (options.grey && (grey || matrix == TOVIX_MATRIX_NONE))
+        throw Failure(
+            "a picture that is grey or has no colour matrix has no white balance; choose a --method and a --matrix");
     if (grey && (options.adjusts_colours() || options.matrix.value_or(TOVIX_MATRIX_NONE) != TOVIX_MATRIX_NONE))
         throw Failure("the picture is grey; leave out --matrix, --hue, --saturation, --gain and --gains");
-    if (!grey && options.method == TOVIX_DEMOSAIC_FOUR_COLOUR && (layout.bits != 8 || bits != 8))
+    if (!grey && matrix == TOVIX_MATRIX_NONE && options.adjusts_colours())
+        throw Failure("without a colour matrix there is no hue, saturation and gain; say --matrix identity");
+    if (!grey && method == TOVIX_DEMOSAIC_FOUR_COLOUR && (layout.bits != 8 || bits != 8))
         throw Failure("the method four-colour is for frames and pictures of 8 bits; choose quelt or another one");
 }
 
@@ -54,19 +60,54 @@ bool is_of_model(std::uint32_t matrix) {
 
 Renderer::Renderer(const RenderingOptions& options, const FrameLayout& layout, const camera_id* model)
     : layout_(layout),
-      grey_(layout.mono() || options.method == TOVIX_DEMOSAIC_NONE),
       bits_(options.bits.value_or(layout.bits)),
-      method_(options.method),
+      method_(TOVIX_DEMOSAIC_ZURNO),
       // A matrix corrects the colours of a certain sensor; without one, colours stay as they are.
-      matrix_(options.matrix.value_or(model != nullptr ? TOVIX_MATRIX_MODEL : TOVIX_MATRIX_IDENTITY)) {
-    check(options, layout, grey_, bits_);
+      matrix_(model != nullptr ? TOVIX_MATRIX_MODEL : TOVIX_MATRIX_IDENTITY) {
+    for (const auto& [property, value] : options.properties)
+        set_property(property, value);
+    method_ = options.method.value_or(method_);
+    matrix_ = options.matrix.value_or(matrix_);
+    grey_ = layout.mono() || method_ == TOVIX_DEMOSAIC_NONE;
+    check(options, layout, grey_, bits_, method_, matrix_);
     if (model != nullptr) specify_matrices(vorm_, *model);
     if (options.matrix) check_number(*options.matrix, vorm_, model);
     set_up(options);
 }
 
+void Renderer::set_property(std::uint32_t property, int value) {
+    constexpr int kFlipX = 1, kFlipY = 2;
+    const double number = value / 100.0;
+    double u = 0, v = 0, gains[3];
+    switch (property) {
+        case TOVIX_PROP_GAMMA: return require(vorm_.SetGamma(value, kAllChannels));
+        case TOVIX_PROP_CONTRAST: return require(vorm_.SetContrast(value, kAllChannels));
+        case TOVIX_PROP_BRIGHTNESS: return require(vorm_.SetBrightness(value, kAllChannels));
+        case TOVIX_PROP_DEMOSAICING_METHOD: method_ = static_cast<std::uint32_t>(value); return;
+        case TOVIX_PROP_CORRECTION_MATRIX: matrix_ = static_cast<std::uint32_t>(value); return;
+        case TOVIX_PROP_FLIPPING: return require(vorm_.SetFlipping(value & kFlipX, value & kFlipY));
+        case TOVIX_PROP_DIGITAL_SATURATION: return require(vorm_.SetSaturation(number, number));
+        case TOVIX_PROP_DIGITAL_HUE: return require(vorm_.SetHue(number));
+        case TOVIX_PROP_DIGITAL_WHITEBALANCE_U:
+        case TOVIX_PROP_DIGITAL_WHITEBALANCE_V:
+            require(vorm_.GetWhiteBalance(&u, &v));
+            (property == TOVIX_PROP_DIGITAL_WHITEBALANCE_U ? u : v) = number;
+            return require(vorm_.SetWhiteBalance(u, v));
+        case TOVIX_PROP_DIGITAL_GAIN: return require(vorm_.SetGain(number));
+        case TOVIX_PROP_DIGITAL_GAIN_RED:
+        case TOVIX_PROP_DIGITAL_GAIN_GREEN:
+        case TOVIX_PROP_DIGITAL_GAIN_BLUE:
+            require(vorm_.GetDigitalColorGains(&gains[0], &gains[1], &gains[2]));
+            gains[property - TOVIX_PROP_DIGITAL_GAIN_RED] = number;
+            return require(vorm_.SetDigitalColorGains(gains[0], gains[1], gains[2]));
+        default: return;
+    }
+}
+
 void Renderer::set_up(const RenderingOptions& options) {
-    require(vorm_.SetFlipping(options.flip_x, options.flip_y));
+    int flip_x = 0, flip_y = 0;
+    require(vorm_.GetFlipping(&flip_x, &flip_y));
+    require(vorm_.SetFlipping(options.flip_x || flip_x != 0, options.flip_y || flip_y != 0));
     if (options.gamma) require(vorm_.SetGamma(scaled(*options.gamma, 100), kAllChannels));
     if (options.contrast) require(vorm_.SetContrast(scaled(*options.contrast, 100), kAllChannels));
     if (options.brightness) require(vorm_.SetBrightness(scaled(*options.brightness, 10'000), kAllChannels));
@@ -79,6 +120,10 @@ void Renderer::set_up(const RenderingOptions& options) {
         require(vorm_.SetDigitalColorGains(red, green, blue));
     }
     vorm_.CorrectionMatrixSet(matrix_);
+    if (options.grey) {  // with everything else as it will be
+        const auto& [red, green, blue] = *options.grey;
+        require(vorm_.AdjustWhiteBalanceForRGBvalues(red, green, blue));
+    }
 }
 
 std::span<const std::uint8_t> Renderer::widened(std::span<const std::uint8_t> samples) {
@@ -102,6 +147,17 @@ std::vector<std::uint8_t> Renderer::from_four_colours(std::span<const std::uint8
         MatrixPostProcess4096(weights, pixels.data(), pixels.size() / 3);
     }
     return pixels;
+}
+
+std::vector<std::uint8_t> Renderer::toned(std::span<const std::uint8_t> samples) {
+    std::vector<std::uint8_t> out(samples.begin(), samples.end());
+    _lut8_struct block;
+    unsigned size = sizeof block;
+    vorm_.GetLUT(reinterpret_cast<unsigned char*>(&block), &size, kAllChannels);
+    if (size == 0) return out;  // no table: as they are
+    for (std::uint8_t& sample : out)
+        sample = block.table[sample];
+    return out;
 }
 
 Picture Renderer::render(std::span<const std::uint8_t> samples) {

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "frame_layout.h"
@@ -22,7 +23,10 @@ struct Picture {
 
 /// What a user may choose; what is not given is neutral.
 struct RenderingOptions {
-    std::uint32_t method = TOVIX_DEMOSAIC_ZURNO;
+    /// Properties of a camera that conversions go by, and their integer values, in the order in which they were set.
+    /// What follows goes before them.
+    std::vector<std::pair<std::uint32_t, int>> properties;
+    std::optional<std::uint32_t> method;  // TOVIX_DEMOSAIC_*; else the finest
     std::optional<std::uint32_t>
         matrix;                         // TOVIX_MATRIX_*, or 2 to 13; else the first of the model, if there is a model
     std::optional<std::uint32_t> bits;  // of a channel, 8 or 16; else those of a sample
@@ -31,6 +35,7 @@ struct RenderingOptions {
     std::optional<double> saturation;            // above 0.05 with `gains`
     std::optional<double> gain;                  // of the luminance
     std::optional<std::array<double, 3>> gains;  // of red, green and blue, instead of `gain`
+    std::optional<std::array<double, 3>> grey;   // mean red, green and blue of toned() that shall become grey
     std::optional<double> gamma, contrast;       // 1.0 is neutral
     std::optional<double> brightness;            // adds so much of full scale
 
@@ -47,10 +52,15 @@ class Renderer {
     /// `model` has the colour matrices; null: not known. Throws Failure when such frames cannot be rendered so.
     Renderer(const RenderingOptions& options, const FrameLayout& layout, const camera_id* model);
 
+    /// Bytes after gamma, contrast and brightness: what a white balance of the picture is about.
+    std::vector<std::uint8_t> toned(std::span<const std::uint8_t> samples);
+
     /// `samples` are a whole frame. Throws Failure.
     Picture render(std::span<const std::uint8_t> samples);
 
   private:
+    /// As the library sets them in the conversion object of a camera.
+    void set_property(std::uint32_t property, int value);
     void set_up(const RenderingOptions& options);
     /// The samples as `bits_` need them.
     std::span<const std::uint8_t> widened(std::span<const std::uint8_t> samples);
@@ -58,7 +68,7 @@ class Renderer {
 
     FrameLayout layout_;
     CVorm vorm_;
-    bool grey_;
     std::uint32_t bits_, method_, matrix_;
+    bool grey_;
     std::vector<std::uint8_t> words_;  // of the frame, where they had to be made
 };

@@ -8,21 +8,6 @@ namespace {
 constexpr double kMostGain = 8;               // where the weights of a matrix end
 constexpr double kLeastBalanceable = 0.0501;  // saturation; white balance divides by it
 
-/// RED,GREEN,BLUE
-std::array<double, 3> parse_gains(const std::string& value) {
-    std::array<double, 3> gains{};
-    std::string_view rest = value;
-    for (double& gain : gains) {
-        const bool last = &gain == &gains.back();
-        const std::size_t comma = rest.find(',');
-        if (last != (comma == std::string_view::npos))
-            throw CLI::ValidationError("--gains", "'" + printable(value) + "' is not three numbers R,G,B");
-        gain = parse_number(rest.substr(0, comma), 0.0, kMostGain, "--gains");
-        if (!last) rest.remove_prefix(comma + 1);
-    }
-    return gains;
-}
-
 /// none, identity, model, or the number of a matrix of the model.
 std::uint32_t parse_matrix(const std::string& value) {
     if (value == "none") return TOVIX_MATRIX_NONE;
@@ -57,7 +42,9 @@ void RenderingArguments::add_to(CLI::App& command) {
     add(add_number(command, "--saturation", "S", options_.saturation, 0.0, kMostGain, "Strength of the colours (1)"));
     CLI::Option* const gain =
         add(add_number(command, "--gain", "G", options_.gain, 0.0, kMostGain, "Factor on the luminance (1)"));
-    const auto take_gains = [this](const std::string& value) { options_.gains = parse_gains(value); };
+    const auto take_gains = [this](const std::string& value) {
+        options_.gains = parse_three(value, 0.0, kMostGain, "--gains");
+    };
     add(command.add_option_function<std::string>("--gains", take_gains,
                                                  "Factors on red, green and blue of a grey (1,1,1)"))
         ->type_name("R,G,B")
@@ -74,7 +61,7 @@ void RenderingArguments::add_to(CLI::App& command) {
 
 RenderingOptions RenderingArguments::settled(ImageKind kind) const {
     RenderingOptions options = options_;
-    options.method = method_.value_or(options.method);
+    options.method = method_;
     if (kind == ImageKind::kRaw) {
         for (const CLI::Option* option : all_) {
             if (*option) throw CLI::ValidationError(option->get_name(), "raw files hold the samples as they are");

@@ -113,8 +113,7 @@ void run(const StreamOptions& options, const GlobalOptions& global, QuietStderr&
     StreamStatistics figures;
     std::optional<Failure> failure;
     {
-        CameraStream stream(
-            camera, std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(options.timeout_s)));
+        CameraStream stream(camera, options.timeout_s);
         const auto began = Clock::now();
         const auto complete = [&] {
             return (options.count != 0 && figures.frames() >= options.count) ||

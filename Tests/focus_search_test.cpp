@@ -113,11 +113,21 @@ TEST(FocusSearch, EndsWhereNothingIsToBeFound) {
         EXPECT_EQ(moves_until_end(drive, flat, FocusMove::kGaveUp), 1 + 36);
         EXPECT_EQ(moves_until_end(drive, no_number, FocusMove::kGaveUp), 1 + 36);
     }
-    EXPECT_EQ(moves_until_end({0, 0, 0, false, false}, rising, FocusMove::kFinished), 3 + 256);
+    EXPECT_EQ(moves_until_end({0, 0, 0, false, false}, rising, FocusMove::kFinished), 3 + 1024);
     constexpr int kLeast = INT32_MIN, kMost = INT32_MAX;
     for (const int position : {kLeast, 0, kMost})
         for (const bool bounded : {true, false})
             moves_until_end({kLeast, kMost, position, bounded, bounded}, flat, FocusMove::kGaveUp);
+}
+
+TEST(FocusSearch, WithoutLimitsReachesAHillSeenFromAfar) {
+    constexpr int kPeak = 640 + 450 * 10;  // the step is 10, and downwards comes first
+    FocusDrive drive{0, 0, 640, false, false};
+    FocusState search{};
+    begin_focus_search(search, drive);
+    for (FocusMove move = FocusMove::kGo; move == FocusMove::kGo; drive.position = static_cast<int>(search.af_target))
+        move = advance_focus_search(search, drive, 1 / (1 + std::pow((drive.position - kPeak) / 100.0, 2)));
+    EXPECT_NEAR(drive.position, kPeak, 10);
 }
 
 TEST(FocusSearch, StepFollowsTheRangeOrThePosition) {

@@ -610,8 +610,8 @@ TOVIX_API int32_t tovix_autofocus_start(_tovix* camera, int x, int y, int width,
 
 /**
  * Go on with the search, with a new frame. Moves the lens, or waits for it.
- * @return 0 while the search goes on, and from the call that ends it; TOVIX_EFAIL from then on, and when the lens
- *         cannot be moved, or its range is empty; TOVIX_ENOFOCUS when the search gives up; TOVIX_EINVAL when none was
+ * @return 0 while the search goes on, and from the call that ends it; TOVIX_EFAIL from then on when the lens is
+ *         at rest, and when it cannot be moved, or its range is empty; TOVIX_ENOFOCUS when the search gives up; TOVIX_EINVAL when none was
  *         begun, or the frame format has changed since
  */
 TOVIX_API int32_t tovix_autofocus_process(_tovix* camera, const uint8_t* frame);

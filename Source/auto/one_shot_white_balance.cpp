@@ -35,7 +35,7 @@ class Gains {
 
     void balance(const ColourLevels& levels) {
         for (int place = 0; place < kPlaces; ++place)
-            at_[place] *= levels.average / levels.at[place];
+            at_[place] = at_[place] * levels.average / levels.at[place];
         if (has_greens_) return;
         const float green = (at_[kGreen1] + at_[kGreen2]) / 2;
         at_[kRed] /= green;

@@ -150,7 +150,7 @@ class Step {
         const double step = static_cast<double>(s_.af_step);
         const double a = (2 * m1 - m2 - measure_) / 2 / step / step;
         const double peak = (measure_ - m2) / 4 / a / step + x1;
-        const double value = a * (peak - x1) * (peak - x1) + m1;
+        const double value = a * ((peak - x1) * (peak - x1)) + m1;
         if (!(value > s_.af_best_measure)) return;
         s_.af_best_measure = value;
         s_.af_best_position = saturated<std::int64_t>(peak + 0.5);

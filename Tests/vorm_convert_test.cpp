@@ -33,7 +33,7 @@ std::vector<Value> noise(std::size_t count) {
         value = static_cast<Value>(random() | 1);
     return values;
 }
-const Bytes kFrame = noise<unsigned char>(kWidth * kHeight * 2), kTable8 = noise<unsigned char>(256);
+const Bytes kFrame = noise<unsigned char>(kWidth * kHeight * 2), kTable8 = noise<unsigned char>(257);
 const std::vector<unsigned short> kTable16 = noise<unsigned short>(65536);
 
 /// Room for an image of any kind, between guards.
@@ -187,6 +187,20 @@ Canvas converted(CVorm& vorm, const Image* format, const void* params, int expec
 }
 
 constexpr Params kFull{44, 2, 14, 5, 0, 20, 1.5f, 0, 1.25f, 12, -7.5f};
+
+/// The table for 16-bit frames is kept from one conversion to the next.
+TEST(VormConvert, LooksUp16BitFramesAsTheSettingsAreNow) {
+    const Image format = image(1, TOVIX_IMAGE_SECOND_FAMILY);
+    CVorm vorm;
+    for (const auto set :
+         {+[](CVorm& v) { v.SetGamma(220, 15); }, +[](CVorm& v) { v.SetupLUT(kTable8.data(), 256, 15); },
+          +[](CVorm& v) { v.SetupLUT(kTable8.data() + 1, 256, 15); }, +[](CVorm& v) { v.SetContrast(50, 15); },
+          +[](CVorm& v) { v.SetupLUT(nullptr, 0, 15); }}) {
+        CVorm fresh;
+        set(vorm), set(fresh);
+        EXPECT_TRUE(converted(vorm, &format, nullptr) == converted(fresh, &format, nullptr));
+    }
+}
 
 TEST(VormConvert, ParametersDoForOnceWhatTheSettersDo) {
     CVorm vorm, set;

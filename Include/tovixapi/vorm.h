@@ -205,6 +205,13 @@ class TOVIX_API CVorm {
     _vorm_format format;        ///< all zero
     _vorm_settings settings;    ///< in force
     short* model_matrices[16];  ///< by matrix_id: 3 rows of 4 weights, 4096 = 1.0, or null. 0 is never used
+
+  private:
+    struct KeptTable;
+    /** The table of the latest conversion of a 16-bit frame; made again when the 8-bit one has changed. Null before. */
+    KeptTable* kept_table = nullptr;
+    unsigned short* table_for(_vorm_settings const& frame_settings, int natural_order);
+    void forget_table();
 };
 
 /** True for 0, 1, 2, 8 and 9. Conversions accept also TOVIX_DEMOSAIC_ZURNO, in their parameters. */

@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // The conversion call: merges the caller's records into private copies of layout and settings, so that the
-// object stays as it is, and builds the matrix and the 16-bit table for this one frame.
+// object stays as it is, and builds the matrix for this one frame.
 #include <cmath>
 #include <cstring>
 #include <iterator>
-#include <memory>
 
 #include "tovixapi/tovixapi.h"
 #include "tovixapi/vorm.h"
@@ -90,12 +89,14 @@ int CVorm::ConvertToRgb(unsigned char* dst, unsigned char const* src, unsigned i
     }
     if (BuildMatrix(&frame_settings) != 1) return kCannotConvert;
 
-    std::unique_ptr<unsigned short[]> table;  // for this conversion only
     if (frame_format.sample_kind != 0 && frame_settings.lut != nullptr && frame_settings.lut_size != 0) {
-        const bool is_ours = frame_settings.lut16 == nullptr;
-        const bool built = BuildLut16WhenNotRunning(&frame_settings, frame_format.sample_kind == 2) == 1;
-        if (is_ours) table.reset(frame_settings.lut16);
-        if (!built) return kCannotConvert;
+        const bool natural_order = frame_format.sample_kind == 2;
+        if (frame_settings.lut16 == nullptr && frame_settings.lut_size >= sizeof(_lut8_struct::table)) {
+            frame_settings.lut16 = table_for(frame_settings, natural_order);
+            if (frame_settings.lut16 == nullptr) return kCannotConvert;
+        } else if (BuildLut16WhenNotRunning(&frame_settings, natural_order) != 1) {
+            return kCannotConvert;
+        }
     }
     const bool converted = ConvertBayerToRgb(dst, src, bits, &frame_format, &frame_settings) == 1;
     return converted ? TOVIX_OK : kCannotConvert;

@@ -34,6 +34,7 @@ CVorm::~CVorm() {
         delete[] matrix;
     delete[] settings.lut16;
     delete settings.lut;
+    forget_table();
 }
 
 int CVorm::GetFlipping(int* x, int* y) {

@@ -97,6 +97,34 @@ int CVorm::GetLUT(unsigned char* out, unsigned int* size, unsigned int) {
     return TOVIX_OK;
 }
 
+struct CVorm::KeptTable {
+    _lut8_struct block;  // what the entries were made of: so many bytes
+    unsigned block_bytes;
+    bool natural_order;
+    unsigned short entries[kLut16Entries];
+};
+
+/// Null when memory ran out.
+unsigned short* CVorm::table_for(_vorm_settings const& s, int natural_order) {
+    const unsigned bytes = static_cast<unsigned>(std::min<uint64_t>(s.lut_size, kBlockBytes));
+    const bool natural = natural_order != 0;
+    if (kept_table != nullptr && kept_table->block_bytes == bytes && kept_table->natural_order == natural &&
+        std::memcmp(&kept_table->block, s.lut, bytes) == 0) {
+        return kept_table->entries;
+    }
+    if (kept_table == nullptr) kept_table = new (std::nothrow) KeptTable;
+    if (kept_table == nullptr) return nullptr;
+    std::memcpy(&kept_table->block, s.lut, bytes);
+    kept_table->block_bytes = bytes;
+    kept_table->natural_order = natural;
+    MakeLut16(kept_table->entries, s.lut, static_cast<unsigned>(s.lut_size), natural_order);
+    return kept_table->entries;
+}
+
+void CVorm::forget_table() {
+    delete kept_table;
+}
+
 int CVorm::BuildLut16WhenNotRunning(_vorm_settings* s, int natural_order) {
     if (s->lut == nullptr || s->lut_size < kTableBytes) {
         delete[] s->lut16;

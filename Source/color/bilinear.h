@@ -48,6 +48,8 @@ enum class RedCorner { kAverage, kHalves };
 /// Bilinear, but green follows edges.
 template <RedCorner kRedCorner>
 struct EdgeDirectedWith {
+    static constexpr Method kMethod = Method::kEdgeDirected;
+
     template <Site kSite, Around kIn>
     static void fill(const auto& at) {
         if constexpr (kSite.green) {

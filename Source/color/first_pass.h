@@ -7,6 +7,7 @@
 
 #include "mosaic.h"
 #include "samples.h"
+#include "sweep.h"
 
 namespace tovix::color {
 
@@ -49,6 +50,11 @@ void grey_copy(typename Pixel::Channel* image, const auto& frame, const Placemen
     if (!place.size.has_cells()) return;
     static_assert(sizeof(*image) == 1 || kAlignment == 1, "padding is counted in bytes");
     const std::int64_t stride = (width * Pixel::size + kAlignment - 1) / kAlignment * kAlignment;
+    if constexpr (kChannels == 3) {
+        if (stride == width * Pixel::size &&
+            sweep({Method::kGrey, RuleOrder::kImage, kLayoutOf<Pixel>, image, place, {}, nullptr}, frame))
+            return;
+    }
     with_reader<typename Pixel::Channel>(frame, [&](const auto read) {
         for (std::int64_t y = 0; y < height; ++y) {
             const auto* const samples = read.frame + place.frame_row(y) * width * read.step;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "mosaic.h"
+#include "sweep.h"
 
 namespace tovix::color {
 
@@ -19,6 +20,8 @@ struct Grey {
 /// Nearest neighbour: all colours of a pixel come from one 2 x 2 cell, the one that ends in it; in the first
 /// column and in the first row, the one that begins there.
 struct Nearest {
+    static constexpr Method kMethod = Method::kNearest;
+
     template <Site kSite, Around kIn>
     static void fill(const auto& at) {
         fill_red_and_blue<kSite, kIn>(at);

@@ -8,6 +8,8 @@
 namespace tovix::color {
 
 struct Quelt {
+    static constexpr Method kMethod = Method::kQuelt;
+
     template <Site kSite, Around kIn>
     static void fill(const auto& at) {
         Nearest::fill_red_and_blue<kSite, kIn>(at);

@@ -16,6 +16,7 @@
 
 #include "first_pass.h"
 #include "mosaic.h"
+#include "sweep.h"
 
 namespace tovix::color {
 
@@ -129,8 +130,17 @@ void second_pass(typename Pixel::Channel* image, const Size& size, Site origin) 
     fill_picture<Rule>(size, origin, [&](std::int64_t y) { return StoredRow<Pixel>{image + y * stride, stride}; });
 }
 
+/// Whether the fast form has made the image. FourColour has none.
+template <class Pixel, class Rule>
+bool swept(typename Pixel::Channel* image, const auto& frame, const Placement& place, Site origin, RuleOrder order) {
+    if constexpr (requires { Rule::kMethod; })
+        return sweep({Rule::kMethod, order, kLayoutOf<Pixel>, image, place, origin, nullptr}, frame);
+    return false;
+}
+
 template <class Pixel, class Rule, int (Site::*kChannelOf)() const = &Site::colour>
 void two_pass(typename Pixel::Channel* image, const auto& frame, const Placement& place, Site origin) {
+    if (swept<Pixel, Rule>(image, frame, place, origin, RuleOrder::kImage)) return;
     first_pass<Pixel, kChannelOf>(image, frame, place, origin);
     second_pass<Pixel, Rule>(image, place.size, place.stored(origin));
 }
@@ -139,6 +149,7 @@ void two_pass(typename Pixel::Channel* image, const auto& frame, const Placement
 template <class Pixel, class Rule, int kStep>
 void direct(typename Pixel::Channel* image, TopBytes<kStep> samples, const Placement& place, Site origin) {
     if (!place.size.has_cells()) return;
+    if (swept<Pixel, Rule>(image, samples.whole(), place, origin, RuleOrder::kFrame)) return;
     const std::int64_t row_bytes = place.size.width * kStep, stride = place.size.width * Pixel::size;
     fill_picture<Rule>(place.size, origin, [&](std::int64_t y) {
         return RawRow<Pixel, kStep>{samples.frame + y * row_bytes, row_bytes, {image, stride, place, y}};

@@ -31,6 +31,14 @@ struct TopBytes {
     static constexpr int step = kStep;
     const std::uint8_t* frame;
     Value operator()(const std::uint8_t* sample) const { return *sample; }
+
+    /// The frame that it reads. One of words begins with a most significant byte, and may end with one.
+    auto whole() const {
+        if constexpr (kStep == 1)
+            return ByteFrame{frame, nullptr};
+        else
+            return WordFrame{reinterpret_cast<const std::uint16_t*>(frame), true, nullptr};
+    }
 };
 
 struct TabledBytes {

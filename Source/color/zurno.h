@@ -34,9 +34,9 @@ constexpr int smoother(int change_1, int estimate_1, int change_2, int estimate_
     return choose(change_1 == change_2, half, choose(change_1 < change_2, estimate_1, estimate_2));
 }
 
-template <class Pixel>
-void put_clamped(const StoredSite<Pixel>& at, int channel, int value) {
-    at.put(channel, std::clamp<int>(value, 0, std::numeric_limits<typename Pixel::Channel>::max()));
+template <class At>
+void put_clamped(const At& at, int channel, int value) {
+    at.put(channel, std::clamp<int>(value, 0, std::numeric_limits<typename At::Channel>::max()));
 }
 
 /// 2 * centre - one neighbour - the opposite one, of one channel; (dx, dy) leads to the neighbour.
@@ -142,9 +142,11 @@ void flip_around(typename Pixel::Channel* image, const Size& size, bool columns,
     }
 }
 
-/// Interpolates in the order of the picture and flips afterwards, so that flips move pixels and change none.
+/// Interpolates in the order of the picture and flips afterwards, so that flips move pixels and change none. (The fast
+/// form need not: the rule is the same in every order.)
 template <class Pixel>
 void zurno(typename Pixel::Channel* image, const auto& frame, const Placement& place, Site origin) {
+    if (sweep({Method::kZurno, RuleOrder::kImage, kLayoutOf<Pixel>, image, place, origin, nullptr}, frame)) return;
     first_pass<Pixel>(image, frame, Placement{place.size, false, true, place.two_fields}, origin);
     zurno_job<Pixel>(image, place.size, origin);
     flip_around<Pixel>(image, place.size, place.mirrored, !place.top_down);

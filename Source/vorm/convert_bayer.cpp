@@ -49,6 +49,27 @@ void apply_matrix(short const* matrix, unsigned char* image, unsigned bits, unsi
     }
 }
 
+/// False when no sweep does it. Rows are not padded.
+[[nodiscard]] bool sweep_frame(const Sweeping& sweeping, const KernelCall& call, unsigned sample_bits, unsigned bits,
+                               short const* matrix) {
+    using namespace tovix::color;
+    if (!sweeping.method) return false;
+    const Sweep what{
+        .method = *sweeping.method,
+        .order = sweeping.order,
+        .layout = bits == 48   ? Layout::kRgb48
+                  : bits == 32 ? Layout::kRgb32
+                               : Layout::kRgb24,
+        .image = call.image,
+        .place = {{call.width, call.height}, call.flip_x != 0, call.top_down != 0, call.interlaced != 0},
+        .origin = {call.red_row_first != 0, call.green_first != 0},
+        .weights = matrix,
+    };
+    if (sample_bits == 8) return sweep(what, ByteFrame{call.frame, call.table8});
+    const auto* const words = reinterpret_cast<unsigned short const*>(call.frame);
+    return sweep(what, WordFrame{words, call.msb_first != 0, call.table16});
+}
+
 }  // namespace
 
 int CVorm::ConvertBayerToRgb(unsigned char* dst, unsigned char const* src, unsigned int bits,
@@ -59,7 +80,8 @@ int CVorm::ConvertBayerToRgb(unsigned char* dst, unsigned char const* src, unsig
     const bool mono = f.mono != 0;
     const unsigned image_bits = pixel_bits(bits, mono);
     const unsigned method = mono ? unsigned{TOVIX_DEMOSAIC_NONE} : s.demosaic_method;
-    const Kernel kernel = find_kernel(method, sample_bits(f), image_bits, f.interlaced != 0);
+    const bool has_table = s.lut_size != 0 && s.lut != nullptr;
+    const auto [kernel, sweeping] = find_conversion(method, sample_bits(f), image_bits, f.interlaced != 0, has_table);
     if (kernel.run == nullptr) return 0;
     if (f.width == 0 && f.height == 0) return 1;
     if (!has_cells(f) || dst == nullptr || src == nullptr) return 0;
@@ -67,8 +89,7 @@ int CVorm::ConvertBayerToRgb(unsigned char* dst, unsigned char const* src, unsig
     const bool corrected = !mono && s.correction_matrix != TOVIX_MATRIX_NONE;
     if (corrected && s.matrix == nullptr) return 0;
 
-    const bool has_table = s.lut_size != 0 && s.lut != nullptr;
-    kernel.run({
+    const KernelCall call{
         .image = dst,
         .frame = src,
         .width = static_cast<unsigned>(f.width),
@@ -81,7 +102,10 @@ int CVorm::ConvertBayerToRgb(unsigned char* dst, unsigned char const* src, unsig
         .msb_first = f.sample_kind == 1,
         .table8 = has_table ? s.lut->table : nullptr,
         .table16 = has_table ? s.lut16 : nullptr,
-    });
+    };
+    const bool padded = f.width * (image_bits / 8) % kernel.row_alignment != 0;
+    if (!padded && sweep_frame(sweeping, call, sample_bits(f), image_bits, corrected ? s.matrix : nullptr)) return 1;
+    kernel.run(call);
     if (corrected) apply_matrix(s.matrix, dst, image_bits, kernel.row_alignment, f.width, f.height);
     return 1;
 }

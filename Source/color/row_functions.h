@@ -1,0 +1,74 @@
+// SPDX-License-Identifier: Apache-2.0
+// What is done to one row of a picture at a time, with vectors.
+//
+// Rows in work hold one sample a column. They are readable kRowMargin samples before their first and after their last
+// column, and writable so far after the last one: functions work in whole vectors and do not ask where a row ends. What
+// stands there has no meaning, but for the columns right beside the row, which rules look at.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace tovix::color {
+
+constexpr std::size_t kRowMargin = 64;
+
+enum class RowRule { kGrey, kNearest, kQuelt, kEdgeDirected, kEdgeDirectedRim, kZurno };
+constexpr int kRowRules = 6;
+
+/// Rows at the same column. Only those that a rule reads need to be there.
+template <class T>
+struct RowWindow {
+    const T* rows[5];  // from two above to two below
+
+    const T* operator[](int dy) const { return rows[dy + 2]; }
+};
+
+/// From samples to pixels: which colours are missing is known of every site, so every pixel comes out whole. The first
+/// and the last one come out as if the row went on: who knows better puts them right afterwards.
+template <class T>
+struct RowJob {
+    T* image;  // the first pixel; exactly `width` pixels are written. Zurno begins at the first site that lacks green
+    RowWindow<T> raw;
+    RowWindow<T> green;  // for Zurno: with the greens that were missing
+    std::size_t width;
+    bool red_row;
+    bool green_first;      // column 0 is a green site
+    std::ptrdiff_t left;   // -1; 1 where rules are to take the right neighbour for the left one
+    const short* weights;  // of the colour matrix, 3 rows of 4, 4096 = 1.0; not read by functions without a matrix
+};
+
+template <class T>
+struct RowFunctions {
+    using Make = void (*)(const RowJob<T>& job);
+    /// By rule, fourth channel (which is weighted but not written), and matrix.
+    Make make[kRowRules][2][2];
+    /// Fill in the missing greens of the row in the middle.
+    void (*zurno_green)(T* out, const RowWindow<T>& raw, std::size_t width, bool green_first);
+    void (*edge_green)(T* out, const RowWindow<T>& raw, std::size_t width, bool green_first);
+    void (*edge_green_rim)(T* out, const RowWindow<T>& raw, std::size_t width, bool green_first);
+    /// The last column becomes the first one.
+    void (*reverse)(T* row, std::size_t width);
+};
+
+/// From the samples of a frame to a row.
+struct FetchFunctions {
+    /// Through a table of 256 bytes.
+    void (*bytes_by_table)(std::uint8_t* row, const std::uint8_t* samples, std::size_t count,
+                           const std::uint8_t* table);
+    /// The most significant byte of each word.
+    void (*top_bytes)(std::uint8_t* row, const std::uint8_t* samples, std::size_t count, bool msb_first);
+    void (*words)(std::uint16_t* row, const std::uint8_t* samples, std::size_t count, bool msb_first);
+};
+
+/// All of them, made for one kind of processor.
+struct RowFunctionSet {
+    RowFunctions<std::uint8_t> bytes;
+    RowFunctions<std::uint16_t> words;
+    FetchFunctions fetch;
+};
+
+/// The fastest for this processor; null where only the plain form is of use.
+const RowFunctionSet* row_functions();
+
+}  // namespace tovix::color

@@ -1,0 +1,295 @@
+// SPDX-License-Identifier: Apache-2.0
+// The picture is taken in upright strips, so that rows in work fit the nearest cache and the stack whatever the width.
+//
+//   frame --fetch--> raw rows --rule, matrix--> image
+//
+// Columns are those of the image: a mirrored image is made of mirrored rows. A strip fetches a few columns more on each
+// side than it stores. Outside of the picture, raw rows and columns mirror those inside: there most rules need no
+// exception. The first and the last column do: they are made again by the plain rules, pixel by pixel.
+#include "sweep.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "bilinear.h"
+#include "nearest.h"
+#include "quelt.h"
+#include "row_functions.h"
+#include "weighted_sums.h"
+#include "zurno.h"
+
+namespace tovix::color {
+namespace {
+
+constexpr std::int64_t kStripWidth = 2624;  // even; most sensors are one strip
+constexpr std::int64_t kOverlap = 4;        // columns beside a strip that rules look at
+constexpr std::int64_t kLeastWidth = 8, kLeastHeight = 6;
+
+constexpr int kRawRows = 5, kGreenRows = 3;
+
+/// A row in work. Vectors read more than the row, so that every sample has a value from the beginning.
+template <class T>
+class Row {
+  public:
+    T* columns() { return samples_ + kRowMargin; }
+
+  private:
+    T samples_[kRowMargin + kStripWidth + kRowMargin]{};
+};
+
+/// A site of rows in work, whose pixel stands in the image.
+template <class T>
+struct RowSite {
+    using Channel = T;
+    RowWindow<T> raw, green;
+    std::int64_t x;
+    int right;  // 1; -1 where the rule sees the columns from right to left
+    T* pixel;
+
+    int sample(int dx, int dy, int channel) const { return (channel == kGreen ? green : raw)[dy][x + dx * right]; }
+    void put(int channel, int value) const { pixel[channel] = static_cast<T>(value); }
+    void keep(int own_channel) const { pixel[own_channel] = raw[0][x]; }
+};
+
+template <class Rule, Site kSite, Around kIn>
+struct Fill {
+    void operator()(const auto& at) const { fill_site<Rule, kSite, kIn>(at); }
+};
+
+template <class T, class Reader>
+class StripSweep {
+  public:
+    StripSweep(const Sweep& what, const RowFunctionSet& functions, const RowFunctions<T>& row_functions, Reader reader)
+        : what_(what), set_(functions), rows_(row_functions), read_(reader) {
+        if (place_.mirrored) origin_ = origin_.beside();
+        if (!upright_) origin_ = origin_.below();
+    }
+
+    void run(std::int64_t begin, std::int64_t end) {
+        begin_ = begin, end_ = end;
+        rows_fetched_ = greens_filled_ = 0;
+        const bool zurno = what_.method == Method::kZurno;
+        for (std::int64_t y = 0; y < height_; ++y) {
+            for (; rows_fetched_ < std::min(y + 2, height_); ++rows_fetched_)
+                fetch(rows_fetched_);
+            if (zurno) {
+                for (; greens_filled_ < std::min(y + 2, height_); ++greens_filled_) {
+                    for (; rows_fetched_ < std::min(greens_filled_ + 3, height_); ++rows_fetched_)
+                        fetch(rows_fetched_);
+                    fill_greens(greens_filled_);
+                }
+            }
+            make(y);
+        }
+    }
+
+  private:
+    std::int64_t columns() const { return end_ - begin_; }
+    bool at_left() const { return begin_ == 0; }
+    bool at_right() const { return end_ == width_; }
+
+    /// Rows outside of the picture mirror those inside.
+    std::int64_t inside(std::int64_t y) const { return y < 0 ? -y : y < height_ ? y : 2 * (height_ - 1) - y; }
+    T* raw(std::int64_t y) { return raw_[inside(y) % kRawRows].columns(); }
+    T* green(std::int64_t y) { return green_[inside(y) % kGreenRows].columns(); }
+    /// From `more` columns before the strip on.
+    RowWindow<T> raw_window(std::int64_t y, std::int64_t more = 0) {
+        return {{raw(y - 2) - more, raw(y - 1) - more, raw(y) - more, raw(y + 1) - more, raw(y + 2) - more}};
+    }
+    RowWindow<T> green_window(std::int64_t y) { return {{nullptr, green(y - 1), green(y), green(y + 1), nullptr}}; }
+    Site site(std::int64_t y) const { return origin_.in_row(y); }
+    bool at_rim(std::int64_t y) const { return y == 0 || y == height_ - 1; }
+
+    void fetch(std::int64_t y) {
+        const std::int64_t first = std::max<std::int64_t>(begin_ - kOverlap, 0);
+        const std::int64_t last = std::min(end_ + kOverlap, width_);
+        const std::int64_t picture_row = upright_ ? y : height_ - 1 - y;
+        const std::int64_t picture_column = place_.mirrored ? width_ - last : first;
+        T* const row = raw(y);
+        T* const target = row + (first - begin_);
+        const auto count = static_cast<std::size_t>(last - first);
+        read_(set_.fetch, target, place_.frame_row(picture_row) * width_ + picture_column, count);
+        if (place_.mirrored) rows_.reverse(target, count);
+        for (std::int64_t x = 1; x <= kOverlap; ++x) {
+            if (at_left()) row[-x] = row[x];
+            if (at_right()) row[columns() - 1 + x] = row[columns() - 1 - x];
+        }
+    }
+
+    /// The row's greens, also in the columns beside the strip: red and blue look at them.
+    void fill_greens(std::int64_t y) {
+        constexpr std::int64_t kMore = 2;
+        const bool near_rim = y < 2 || y >= height_ - 2;
+        const auto fill = at_rim(y) ? rows_.edge_green_rim : near_rim ? rows_.edge_green : rows_.zurno_green;
+        T* const out = green(y);
+        fill(out - kMore, raw_window(y, kMore), static_cast<std::size_t>(columns() + 2 * kMore), site(y).green);
+        // Zurno begins at the first site that lacks green. The columns at the rim are for the edge-directed rule.
+        T pixel[3];
+        const auto put_right = [&](std::int64_t x, const auto& make_again) {
+            make_again(RowSite<T>{raw_window(y), raw_window(y), x, 1, pixel});
+            out[x] = pixel[kGreen];
+        };
+        make_ends<EdgeDirected>(y, put_right);
+        if (near_rim) return;
+        with_site(site(y), [&](auto first) {
+            if (at_left() && first().green) put_right(1, Fill<ZurnoRingGreen, first().beside(), kInside>{});
+            if (at_right() && !first().green) put_right(columns() - 2, Fill<ZurnoRingGreen, first(), kInside>{});
+        });
+    }
+
+    void make(std::int64_t y) {
+        const bool mirrored_rule = place_.mirrored && frame_order_;
+        const bool four = what_.layout == Layout::kRgb32;
+        const std::int64_t image_row = frame_order_ ? place_.image_row(y) : y;
+        T* const image = static_cast<T*>(what_.image) + (image_row * width_ + begin_) * (four ? 4 : 3);
+        rows_.make[static_cast<int>(rule(y))][four][what_.weights != nullptr]({
+            .image = image,
+            .raw = raw_window(y),
+            .green = green_window(y),
+            .width = static_cast<std::size_t>(columns()),
+            .red_row = site(y).red_row,
+            .green_first = site(y).green,
+            .left = mirrored_rule ? 1 : -1,
+            .weights = what_.weights,
+        });
+
+        const bool zurno = what_.method == Method::kZurno;
+        const auto put_right = [&](std::int64_t x, const auto& make_again) {
+            T* const pixel = image + x * (four ? 4 : 3);
+            make_again(
+                RowSite<T>{raw_window(y), zurno ? green_window(y) : raw_window(y), x, mirrored_rule ? -1 : 1, pixel});
+            if (what_.weights == nullptr) return;
+            if constexpr (sizeof(T) == 1) {
+                if (four) return colora::apply_matrix<4>(what_.weights, pixel, 1);
+            }
+            colora::apply_matrix<3>(what_.weights, pixel, 1);
+        };
+        switch (what_.method) {
+            case Method::kGrey: break;
+            case Method::kNearest: make_ends<Nearest>(y, put_right); break;
+            case Method::kQuelt: make_ends<Quelt>(y, put_right); break;
+            case Method::kEdgeDirected:
+                // On 8-bit frames the direct kernels have a corner of their own.
+                Reader::kBytes&& frame_order_ ? make_ends<EdgeDirectedRawBytes>(y, put_right)
+                                              : make_ends<EdgeDirected>(y, put_right);
+                break;
+            case Method::kZurno:
+                make_ends<EdgeDirected>(y, put_right);
+                if (!at_left() && site(y).green && !at_rim(y)) {
+                    with_site(site(y), [&](auto first) { put_right(0, Fill<ZurnoRedAndBlue, first(), kInside>{}); });
+                }
+        }
+    }
+
+    RowRule rule(std::int64_t y) const {
+        switch (what_.method) {
+            case Method::kNearest: return RowRule::kNearest;
+            case Method::kQuelt: return y == 0 ? RowRule::kNearest : RowRule::kQuelt;
+            case Method::kEdgeDirected: return at_rim(y) ? RowRule::kEdgeDirectedRim : RowRule::kEdgeDirected;
+            case Method::kZurno: return at_rim(y) ? RowRule::kEdgeDirectedRim : RowRule::kZurno;
+            default: return RowRule::kGrey;
+        }
+    }
+
+    /// The first and the last column by the plain rule, where the strip has them.
+    template <class Rule>
+    void make_ends(std::int64_t y, const auto& put_right) {
+        if (y == 0)
+            make_ends_of<Rule, false, true>(y, put_right);
+        else if (y == height_ - 1)
+            make_ends_of<Rule, true, false>(y, put_right);
+        else
+            make_ends_of<Rule, true, true>(y, put_right);
+    }
+    template <class Rule, bool kAbove, bool kBelow>
+    void make_ends_of(std::int64_t y, const auto& put_right) {
+        const bool mirrored_rule = place_.mirrored && frame_order_;
+        with_site(site(y), [&](auto first) {
+            constexpr Site kFirst = first(), kLast = kFirst.beside();
+            constexpr Around kAtBegin{false, true, kAbove, kBelow}, kAtEnd{true, false, kAbove, kBelow};
+            const std::int64_t end = columns() - 1;
+            if (at_left()) {
+                mirrored_rule ? put_right(0, Fill<Rule, kFirst, kAtEnd>{})
+                              : put_right(0, Fill<Rule, kFirst, kAtBegin>{});
+            }
+            if (at_right()) {
+                mirrored_rule ? put_right(end, Fill<Rule, kLast, kAtBegin>{})
+                              : put_right(end, Fill<Rule, kLast, kAtEnd>{});
+            }
+        });
+    }
+
+    const Sweep& what_;
+    const Placement& place_ = what_.place;
+    const std::int64_t width_ = place_.size.width, height_ = place_.size.height;
+    const bool frame_order_ = what_.order == RuleOrder::kFrame;  // of rows, and of what is left
+    const bool upright_ = place_.top_down || frame_order_;
+    const RowFunctionSet& set_;
+    const RowFunctions<T>& rows_;
+    const Reader read_;
+    Site origin_ = what_.origin;  // of the picture as it is made
+    std::int64_t begin_ = 0, end_ = 0;
+    std::int64_t rows_fetched_ = 0, greens_filled_ = 0;
+    Row<T> raw_[kRawRows];
+    Row<T> green_[kGreenRows];
+};
+
+template <class T, class Reader>
+bool run(const Sweep& what, const RowFunctionSet& functions, const RowFunctions<T>& row_functions, Reader reader) {
+    StripSweep<T, Reader> strip(what, functions, row_functions, reader);
+    const std::int64_t width = what.place.size.width;
+    const std::int64_t strips = (width + kStripWidth - 1) / kStripWidth;
+    for (std::int64_t i = 0; i < strips; ++i)
+        strip.run(width * i / strips / 2 * 2, width * (i + 1) / strips / 2 * 2);
+    return true;
+}
+
+/// The functions of this processor, unless the picture is not for them.
+const RowFunctionSet* functions_for(const Sweep& what) {
+    const Size& size = what.place.size;
+    if (!size.has_cells() || size.width < kLeastWidth || size.height < kLeastHeight) return nullptr;
+    return row_functions();
+}
+
+struct ReadBytes {
+    static constexpr bool kBytes = true;
+    ByteFrame frame;
+    void operator()(const FetchFunctions& fetch, std::uint8_t* row, std::int64_t from, std::size_t count) const {
+        frame.table ? fetch.bytes_by_table(row, frame.samples + from, count, frame.table)
+                    : static_cast<void>(std::memcpy(row, frame.samples + from, count));
+    }
+};
+
+template <class T>
+struct ReadWords {
+    static constexpr bool kBytes = false;
+    WordFrame frame;
+    void operator()(const FetchFunctions& fetch, T* row, std::int64_t from, std::size_t count) const {
+        const auto* const samples = reinterpret_cast<const std::uint8_t*>(frame.samples) + 2 * from;
+        if (frame.table != nullptr) {
+            const TabledWords<T> read{samples, frame.table};
+            for (std::size_t x = 0; x < count; ++x)
+                row[x] = read(samples + 2 * x);
+        } else if constexpr (sizeof(T) == 1) {
+            fetch.top_bytes(row, samples, count, frame.msb_first);
+        } else {
+            fetch.words(row, samples, count, frame.msb_first);
+        }
+    }
+};
+
+}  // namespace
+
+bool sweep(const Sweep& what, const ByteFrame& frame) {
+    const RowFunctionSet* const functions = functions_for(what);
+    return functions != nullptr && run(what, *functions, functions->bytes, ReadBytes{frame});
+}
+
+bool sweep(const Sweep& what, const WordFrame& frame) {
+    const RowFunctionSet* const functions = functions_for(what);
+    if (functions == nullptr) return false;
+    return what.layout == Layout::kRgb48 ? run(what, *functions, functions->words, ReadWords<std::uint16_t>{frame})
+                                         : run(what, *functions, functions->bytes, ReadWords<std::uint8_t>{frame});
+}
+
+}  // namespace tovix::color

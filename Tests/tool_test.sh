@@ -121,6 +121,7 @@ resources=$work/left start no_firmware --simulate=lyra03m list
 # Properties and adjustments. The light makes what is grey red, and 0.2 ms are a fiftieth of what fits the chart.
 sunset=(--simulate=lyra03c --light 1,0.6,0.35)
 start got --simulate=lyra03c get
+start without_matrices --simulate=atlas13c set gain=2 digital_gain=1.5
 start got_json --simulate=lyra03m get exposure TEMPERATURE 43 --json
 start put --simulate=lyra03c set TOVIX_PROP_Exposure=12.5 gain-red=1.5 71=1.25 digital_hue=-20 temperature=-10
 start put_json --simulate=lyra03c set temperature=off flipping=3 --json
@@ -410,6 +411,7 @@ ended got 0
 [ "$(wc -l <"$work/got.out")" -eq 27 ] || fail "got: not one line a property" got
 says got '^exposure=10$'
 says got '^digital_gain=1$'
+ended without_matrices 0
 ended got_json 0
 answers got_json '.exposure == {id: 20, value: 10, min: 0.01, max: 60000, unit: "ms", kept_by: "camera",
     register: "0x04A0", present: true, on: false, flags: 2147483648} and .temperature.min == -30

@@ -141,7 +141,7 @@ start too_dark "${sunset[@]}" auto white-balance --set exposure=0.5
 start too_bright "${sunset[@]}" auto digital-white-balance --set exposure=50
 start colourless --simulate=lyra03m auto white-balance
 start lensless --simulate=lyra03m auto focus
-start off_frame --simulate=lyra03m auto gain --roi 0,0,640x481
+start off_frame --simulate=lyra03m auto gain --roi 0,0,640x482
 start odd_cells "${sunset[@]}" auto white-balance --roi 1,0,64x64
 start tinted "${sunset[@]}" capture -o c.tif
 start mended "${sunset[@]}" capture -o c.tif --set exposure=0.2 --auto exposure --auto white-balance
@@ -162,7 +162,7 @@ for usage in '' 'lst' 'list --bogus' 'list info' 'capture -n 0' 'capture -n 2x' 
     '--resources /nonexistent list' '--light 1,1,1 list' '--simulate --light 1,1 list' '--simulate --blur -1 list' \
     'get nothing' 'set' 'set exposure' 'set exposure=' 'set exposure=nan' 'set gain=1 gian=2' 'set 999=1' \
     'set max_width=5' 'set gain=off' 'auto' 'auto shutter' 'auto gain --target 0' 'auto focus --target 9' \
-    'auto gain --one-shot' 'auto gain --roi 1,2' 'auto gain --roi 1,2,0x3' 'auto gain --set x=1' 'capture --auto all' \
+    'auto gain --one-shot' 'auto gain --roi 1,2' 'auto gain --roi 1,2,0x3' 'auto gain --roi 0,0,3x4' 'auto gain --set x=1' 'capture --auto all' \
     'capture --target 9' 'capture -o a.raw --set digital_hue=3' 'capture -o a.raw --auto digital-white-balance' \
     'capture --gains 1,1,1 --auto digital-white-balance'; do
     # shellcheck disable=SC2086
@@ -452,7 +452,7 @@ ended too_dark 1 'too dark to measure its colours: its mean is [0-9.]* of 255; '
 ended too_bright 1 'too bright to measure its colours: [0-9]* % '
 ended colourless 1 'this camera is monochrome'
 ended lensless 1 'this camera has no focus drive'
-ended off_frame 1 '640x481 at 0,0 is not in the frame, which has 640x480'
+ended off_frame 1 '640x482 at 0,0 is not in the frame, which has 640x480'
 ended odd_cells 1 'have to be even$'
 
 for run in tinted mended mended_later turned blurred; do ended $run 0; done

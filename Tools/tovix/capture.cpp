@@ -102,7 +102,13 @@ class Pictures {
         if (options_.rendering.gain || options_.rendering.gains) return;  // the command line goes before
         rendering_.gains = digital_gains(camera_);
         rendering_.grey.reset();
-        renew();
+        try {
+            renew();
+        } catch (const Failure&) {  // it was fine without gains, for which nobody has asked
+            throw Failure(
+                "the camera's gains do not reach as far as this light, and a picture without colours or colour matrix "
+                "cannot do the rest; leave out --method none, --matrix none and the like, or change the light");
+        }
     }
     /// Balance white by the pictures alone, so that what the rectangle shows becomes grey.
     void balance(CameraStream& stream, const Rectangle& area) {

@@ -121,6 +121,7 @@ resources=$work/left start no_firmware --simulate=lyra03m list
 # Properties and adjustments. The light makes what is grey red, and 0.2 ms are a fiftieth of what fits the chart.
 sunset=(--simulate=lyra03c --light 1,0.6,0.35)
 start got --simulate=lyra03c get
+start without_matrices --simulate=atlas13c set gain=2 digital_gain=1.5
 start got_json --simulate=lyra03m get exposure TEMPERATURE 43 --json
 start put --simulate=lyra03c set TOVIX_PROP_Exposure=12.5 gain-red=1.5 71=1.25 digital_hue=-20 temperature=-10
 start put_json --simulate=lyra03c set temperature=off flipping=3 --json
@@ -140,11 +141,13 @@ start too_dark "${sunset[@]}" auto white-balance --set exposure=0.5
 start too_bright "${sunset[@]}" auto digital-white-balance --set exposure=50
 start colourless --simulate=lyra03m auto white-balance
 start lensless --simulate=lyra03m auto focus
-start off_frame --simulate=lyra03m auto gain --roi 0,0,640x481
+start off_frame --simulate=lyra03m auto gain --roi 0,0,640x482
 start odd_cells "${sunset[@]}" auto white-balance --roi 1,0,64x64
 start tinted "${sunset[@]}" capture -o c.tif
 start mended "${sunset[@]}" capture -o c.tif --set exposure=0.2 --auto exposure --auto white-balance
 start mended_later "${sunset[@]}" capture -o c.tif --gamma 2 --auto digital-white-balance
+start far_off --simulate=lyra03c --light 0.1,0.3,1 capture -o c.tif --auto white-balance
+start unmatched --simulate=lyra03c --light 0.1,0.3,1 capture -o c.tif --auto white-balance --matrix none
 start turned --simulate=lyra03c --noise 0 capture -o c.tif --set flipping=1 --set correction_matrix=0 --method edge
 start blurred --simulate=lyra03m --noise 0 --blur 3 capture -o c.tif
 start unmended --simulate=lyra03m capture -o c.tif --auto exposure --auto white-balance
@@ -161,7 +164,7 @@ for usage in '' 'lst' 'list --bogus' 'list info' 'capture -n 0' 'capture -n 2x' 
     '--resources /nonexistent list' '--light 1,1,1 list' '--simulate --light 1,1 list' '--simulate --blur -1 list' \
     'get nothing' 'set' 'set exposure' 'set exposure=' 'set exposure=nan' 'set gain=1 gian=2' 'set 999=1' \
     'set max_width=5' 'set gain=off' 'auto' 'auto shutter' 'auto gain --target 0' 'auto focus --target 9' \
-    'auto gain --one-shot' 'auto gain --roi 1,2' 'auto gain --roi 1,2,0x3' 'auto gain --set x=1' 'capture --auto all' \
+    'auto gain --one-shot' 'auto gain --roi 1,2' 'auto gain --roi 1,2,0x3' 'auto gain --roi 0,0,3x4' 'auto gain --set x=1' 'capture --auto all' \
     'capture --target 9' 'capture -o a.raw --set digital_hue=3' 'capture -o a.raw --auto digital-white-balance' \
     'capture --gains 1,1,1 --auto digital-white-balance'; do
     # shellcheck disable=SC2086
@@ -410,6 +413,7 @@ ended got 0
 [ "$(wc -l <"$work/got.out")" -eq 27 ] || fail "got: not one line a property" got
 says got '^exposure=10$'
 says got '^digital_gain=1$'
+ended without_matrices 0
 ended got_json 0
 answers got_json '.exposure == {id: 20, value: 10, min: 0.01, max: 60000, unit: "ms", kept_by: "camera",
     register: "0x04A0", present: true, on: false, flags: 2147483648} and .temperature.min == -30
@@ -450,16 +454,17 @@ ended too_dark 1 'too dark to measure its colours: its mean is [0-9.]* of 255; '
 ended too_bright 1 'too bright to measure its colours: [0-9]* % '
 ended colourless 1 'this camera is monochrome'
 ended lensless 1 'this camera has no focus drive'
-ended off_frame 1 '640x481 at 0,0 is not in the frame, which has 640x480'
+ended off_frame 1 '640x482 at 0,0 is not in the frame, which has 640x480'
 ended odd_cells 1 'have to be even$'
 
-for run in tinted mended mended_later turned blurred; do ended $run 0; done
+for run in tinted mended mended_later far_off turned blurred; do ended $run 0; done
 patch tinted 'r > 1.4 * g && b < 0.7 * g'
 patch mended 'r < 1.02 * g && g < 1.02 * r && b < 1.02 * g && g < 1.02 * b && g > 50'
-patch mended_later 'r < 1.02 * g && g < 1.02 * r && b < 1.02 * g && g < 1.02 * b'
+for run in mended_later far_off; do patch $run 'r < 1.02 * g && g < 1.02 * r && b < 1.02 * g && g < 1.02 * b'; done
 pixel turned 575 144 'r > 2 * g && r > 2 * b' # the chart's red patch, from behind
 ended unmended 1 'this camera is monochrome'
 holds unmended
+ended unmatched 1 'no colour matrix has no white balance; choose'
 # A line from black to white takes a few pixels.
 od -An -v -tu1 -w1 -j $((8 + 300 * 640)) -N 640 "$work/blurred/c.tif" | awk 'NR > 1 && ($1 - last > 80 || last - $1 > 80) {exit 1}
     {last = $1}' || fail "blurred: an edge is sharp"

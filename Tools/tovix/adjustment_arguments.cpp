@@ -13,8 +13,11 @@ Rectangle parse_rectangle(const std::string& value) {
     const auto number = [&](std::size_t from, std::size_t to, std::uint32_t least) {
         return parse_number(std::string_view(value).substr(from, to - from), least, kMaxSide, "--roi");
     };
-    return {number(0, comma, 0), number(comma + 1, second, 0), number(second + 1, cross, 1),
-            number(cross + 1, value.size(), 1)};
+    const Rectangle area = {number(0, comma, 0), number(comma + 1, second, 0), number(second + 1, cross, 1),
+                            number(cross + 1, value.size(), 1)};
+    if (((area.width | area.height) & 1) != 0)
+        throw CLI::ValidationError("--roi", "'" + value + "': width and height have to be even; pixels count in pairs");
+    return area;
 }
 
 }  // namespace
@@ -45,8 +48,8 @@ std::vector<CLI::Option*> add_adjustment_options(CLI::App& command, AdjustmentOp
     const auto take_area = [&options](const std::string& value) { options.area = parse_rectangle(value); };
     return {command
                 .add_option_function<std::string>("--roi", take_area,
-                                                  "Rectangle of the frame that is measured (the\n"
-                                                  "middle third each way)")
+                                                  "Rectangle of the frame that is measured, of even\n"
+                                                  "width and height (the middle third each way)")
                 ->type_name("X,Y,WxH"),
             add_number(command, "--target", "LEVEL", options.target, 1u, 254u,
                        "Mean that exposure and gain aim at, of 255 (64)"),

@@ -16,6 +16,11 @@ Camera::Camera(const ListedCamera& listed, QuietStderr& quiet) : listed_(listed)
     if (handle_ == nullptr)
         throw quiet_.failure("cannot open camera " + listed.model, result != TOVIX_OK ? result : TOVIX_EFAIL,
                              "close other programs that use it, or plug it in again");
+    // For a model without matrices, the first call that needs the conversion object makes one with the default matrix,
+    // and fails all the same.
+    if (tz_usb_create_vorm(handle()) == TOVIX_ENOMEM)
+        throw Failure("cannot open camera " + listed.model + ": " + result_text(TOVIX_ENOMEM));
+    quiet_.forget();
 }
 
 void Camera::check(std::int32_t result, const char* what) const {

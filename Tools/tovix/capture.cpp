@@ -74,36 +74,27 @@ std::vector<std::pair<std::uint32_t, int>> conversion_properties(const Camera& c
     return properties;
 }
 
-/// The gains of the conversion object, where the stepwise white balance needed them.
-std::optional<std::array<double, 3>> digital_gains(const Camera& camera) {
+/// Whether the stepwise white balance needed the gains of the conversion object.
+bool needed_digital_gains(const Camera& camera) {
     constexpr double kNeutral = 0.02;  // gains are read in hundredths, and one may be too low
-    std::array<double, 3> gains{};
-    bool needed = false;
-    for (std::uint32_t i = 0; i < 3; ++i) {
-        gains[i] = read_property(camera, TOVIX_PROP_DIGITAL_GAIN_RED + i).shown_value();
-        needed = needed || std::abs(gains[i] - 1) > kNeutral;
+    for (const std::uint32_t property :
+         {TOVIX_PROP_DIGITAL_GAIN_RED, TOVIX_PROP_DIGITAL_GAIN_GREEN, TOVIX_PROP_DIGITAL_GAIN_BLUE}) {
+        if (std::abs(read_property(camera, property).shown_value() - 1) > kNeutral) return true;
     }
-    return needed ? std::optional(gains) : std::nullopt;
+    return false;
 }
 
 /// Makes the pictures of one capture.
 class Pictures {
   public:
     Pictures(const Camera& camera, const CaptureOptions& options, const FrameLayout& layout)
-        : camera_(camera), options_(options), layout_(layout), rendering_(options.rendering) {
+        : camera_(camera), layout_(layout), rendering_(options.rendering) {
         rendering_.properties = conversion_properties(camera, options);
         renew();
     }
 
     Picture render(std::span<const std::uint8_t> samples) { return renderer_->render(samples); }
 
-    /// Take over what a white balance left to the conversion.
-    void take_digital_gains() {
-        if (options_.rendering.gain || options_.rendering.gains) return;  // the command line goes before
-        rendering_.gains = digital_gains(camera_);
-        rendering_.grey.reset();
-        renew();
-    }
     /// Balance white by the pictures alone, so that what the rectangle shows becomes grey.
     void balance(CameraStream& stream, const Rectangle& area) {
         check_balanceable(layout_, area);
@@ -121,7 +112,6 @@ class Pictures {
     }
 
     const Camera& camera_;
-    const CaptureOptions& options_;
     const FrameLayout& layout_;
     RenderingOptions rendering_;
     std::optional<Renderer> renderer_;
@@ -132,12 +122,14 @@ void settle(Adjustment what, const CaptureOptions& options, const Camera& camera
     const auto show = [&](std::uint32_t step, const Figures&) {
         progress.note(std::string(name_of(what)) + text(", step %u ...", step));
     };
-    if (what == Adjustment::kDigitalWhiteBalance) {
-        pictures.value().balance(stream, options.adjustment.area_in(camera.frame_layout()));
-    } else {
+    bool by_pictures = what == Adjustment::kDigitalWhiteBalance;
+    if (!by_pictures) {
         adjust(what, options.adjustment, camera, stream, show);
+        // Those gains are those of a grey, and do not make one of what is still far from it.
+        by_pictures =
+            what == Adjustment::kWhiteBalance && pictures && !options.rendering.gains && needed_digital_gains(camera);
     }
-    if (what == Adjustment::kWhiteBalance && pictures) pictures->take_digital_gains();
+    if (by_pictures) pictures.value().balance(stream, options.adjustment.area_in(camera.frame_layout()));
 }
 
 }  // namespace

@@ -113,6 +113,9 @@ void set_properties(const Camera& camera, const std::vector<PropertySetting>& se
         const int value = setting.on ? sent_value(setting) : states[i].value;
         const std::int32_t result =
             tovix_property_set(camera.handle(), property.property, value, new_flags(setting, states[i]));
+        if (result == TOVIX_EMODEL)
+            throw Failure("cannot set " + setting.word + ": colours without saturation have no gains; set " +
+                          "digital_saturation above 0.05");
         if (result < 0) throw camera.quiet().failure("cannot set " + setting.word, result, kAdvice);
     }
 }

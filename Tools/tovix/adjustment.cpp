@@ -65,7 +65,7 @@ void adjust(Adjustment what, const AdjustmentOptions& options, const Camera& cam
     const std::uint32_t most_steps = options.most_steps.value_or(control->enough_steps());
     bool fresh = true;
     for (std::uint32_t step = 1; step <= most_steps; ++step) {
-        const std::string done = text("after %u steps", step - 1);
+        const std::string done = text("after %u step%s", step - 1, step == 2 ? "" : "s");
         const HeldFrame frame = fresh ? next_frame(stream, done) : fresh_frame(stream, done);
         camera.quiet().forget();  // what went wrong from here on is what a failure is about
         on_step(step, control->look(frame.samples()));
@@ -74,7 +74,7 @@ void adjust(Adjustment what, const AdjustmentOptions& options, const Camera& cam
         fresh = !control->needs_fresh_frames();
     }
     throw Failure(
-        text("%s has not settled after %u steps; allow more with --steps, or look for what changes in the "
+        text("%s has not settled after %u step%s; allow more with --steps, or look for what changes in the "
              "picture",
-             name_of(what), most_steps));
+             name_of(what), most_steps, most_steps == 1 ? "" : "s"));
 }

@@ -443,7 +443,7 @@ ended at_maximum 1 'gain is at its maximum of 8 and the picture is still darker 
 says at_maximum '^step 2  mean [0-9.]+  gain 8$'
 ended at_minimum 1 'exposure is at its minimum of 0.01 ms and the picture is still brighter'
 answers at_minimum '.settled == false and (.reason | startswith("exposure is at its minimum"))'
-ended too_few 1 'exposure has not settled after 1 steps; '
+ended too_few 1 'exposure has not settled after 1 step; '
 for run in whitens at_once digitally; do
     ended $run 0
     answers $run '.settled and .steps[0].red_to_green > 1.4 and .steps[0].blue_to_green < 0.7

@@ -194,8 +194,12 @@ TEST(VormConvert, LooksUp16BitFramesAsTheSettingsAreNow) {
     CVorm vorm;
     for (const auto set :
          {+[](CVorm& v) { v.SetGamma(220, 15); }, +[](CVorm& v) { v.SetupLUT(kTable8.data(), 256, 15); },
-          +[](CVorm& v) { v.SetupLUT(kTable8.data() + 1, 256, 15); }, +[](CVorm& v) { v.SetContrast(50, 15); },
-          +[](CVorm& v) { v.SetupLUT(nullptr, 0, 15); }}) {
+          +[](CVorm& v) { v.SetupLUT(kTable8.data() + 1, 256, 15); }, +[](CVorm& v) { v.SetGamma(220, 15); },
+          +[](CVorm& v) {  // the same table without its curve is another one for words
+              _lut8_struct curve{{}, 220, 100, 0};
+              MakeLut8(&curve), v.SetupLUT(curve.table, 256, 15);
+          },
+          +[](CVorm& v) { v.SetContrast(50, 15); }, +[](CVorm& v) { v.SetupLUT(nullptr, 0, 15); }}) {
         CVorm fresh;
         set(vorm), set(fresh);
         EXPECT_TRUE(converted(vorm, &format, nullptr) == converted(fresh, &format, nullptr));

@@ -5,6 +5,10 @@
 
 #include <cstring>
 
+// Wider vectors than those of AVX2 gain little here, and vectors of unknown size cannot be members and array elements.
+#undef HWY_DISABLED_TARGETS
+#define HWY_DISABLED_TARGETS ~(HWY_AVX2 | HWY_SSE4 | HWY_SSSE3 | HWY_NEON | HWY_SCALAR | HWY_EMU128)
+
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "row_functions.cpp"
 #include <hwy/foreach_target.h>

@@ -36,6 +36,16 @@ void reverse(T* row, std::size_t width) {
     }
 }
 
+/// The lower four bits, and the sign: all that a shuffle looks at. (Where it looks at more, it has to be taken away.)
+template <class V>
+HWY_INLINE V index_in_part(V v) {
+#if HWY_ARCH_X86
+    return v;
+#else
+    return hn::And(v, hn::Set(Tag<std::uint8_t>(), 0x8F));
+#endif
+}
+
 /// A shuffle looks up 16 entries. Each part of the table holds the difference to the part before; an index that is below
 /// a part adds 0 there, so that all parts up to the right one add up to its entry.
 void fetch_by_table(std::uint8_t* row, const std::uint8_t* samples, std::size_t count, const std::uint8_t* table) {
@@ -57,7 +67,7 @@ void fetch_by_table(std::uint8_t* row, const std::uint8_t* samples, std::size_t 
             // In the wrong half an index is negative, and stays so: it adds 0.
             auto at = hn::BitCast(ds, half == 0 ? index : hn::Xor(index, hn::Set(d, 128)));
             for (int part = 0; part < kParts; ++part) {
-                result = hn::Xor(result, hn::TableLookupBytesOr0(parts[half][part], hn::BitCast(d, at)));
+                result = hn::Xor(result, hn::TableLookupBytesOr0(parts[half][part], index_in_part(hn::BitCast(d, at))));
                 at = hn::SaturatedSub(at, hn::Set(ds, kPart));
             }
         }

@@ -2,32 +2,20 @@
 // Speed of CVorm::ConvertToRgb: every kind of frame, method and image that has a kernel. An item is a pixel, so
 // items_per_second=150M/s are 150 megapixels a second.
 //
-// A case is a name, the shape of frame and image, and a function from one to the other. Names are
-// method / bits of sample and pixel / what happens to the colours / frame size.
+// Names of cases are method / bits of sample and pixel / what happens to the colours / frame size.
 #include <benchmark/benchmark.h>
 #include <tovixapi/tovixapi.h>
 #include <tovixapi/vorm.h>
 
 #include <algorithm>
 #include <cstdlib>
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "bench_case.h"
+
 namespace {
-
-struct FrameSize {
-    std::uint32_t width, height;
-    std::size_t pixels() const { return std::size_t{width} * height; }
-};
-
-struct Case {
-    std::string name;
-    FrameSize size;
-    std::size_t sample_bytes, pixel_bytes;
-    std::function<bool(unsigned char* image, const unsigned char* frame)> convert;
-};
 
 using Buffers = std::vector<std::vector<unsigned char>>;
 
@@ -85,8 +73,9 @@ struct Colours {
 };
 
 constexpr FrameSize kSizes[] = {{2592, 1944}, {1280, 1024}};
+constexpr std::uint32_t kNoMatrix = TOVIX_MATRIX_NONE, kMatrix = TOVIX_MATRIX_MODEL;
 constexpr Colours kColours[] = {
-    {"plain", TOVIX_MATRIX_NONE, false}, {"matrix", TOVIX_MATRIX_MODEL, false}, {"gamma", TOVIX_MATRIX_NONE, true}};
+    {"plain", kNoMatrix, false}, {"matrix", kMatrix, false}, {"gamma", kNoMatrix, true}, {"both", kMatrix, true}};
 
 /// Depths that a method leaves to another one are listed with that one alone.
 std::vector<Method> methods() {
@@ -143,6 +132,7 @@ std::vector<Case> cases() {
                 }
             }
         }
+        add_peers(all, size);
     }
     return all;
 }

@@ -25,6 +25,8 @@ constexpr std::int64_t kStripWidth = 2624;  // even; most sensors are one strip
 constexpr std::int64_t kOverlap = 4;        // columns beside a strip that rules look at
 constexpr std::int64_t kLeastWidth = 8, kLeastHeight = 6;
 
+// Zurno's greens of a row want the raw rows up to two away, and red and blue the greens of the rows beside. Greens are one
+// row ahead, so that these are all rows in work.
 constexpr int kRawRows = 5, kGreenRows = 3;
 
 /// A row in work. Vectors read more than the row, so that every sample has a value from the beginning.
@@ -68,17 +70,12 @@ class StripSweep {
     void run(std::int64_t begin, std::int64_t end) {
         begin_ = begin, end_ = end;
         rows_fetched_ = greens_filled_ = 0;
-        const bool zurno = what_.method == Method::kZurno;
         for (std::int64_t y = 0; y < height_; ++y) {
-            for (; rows_fetched_ < std::min(y + 2, height_); ++rows_fetched_)
-                fetch(rows_fetched_);
-            if (zurno) {
-                for (; greens_filled_ < std::min(y + 2, height_); ++greens_filled_) {
-                    for (; rows_fetched_ < std::min(greens_filled_ + 3, height_); ++rows_fetched_)
-                        fetch(rows_fetched_);
-                    fill_greens(greens_filled_);
-                }
+            for (; zurno_ && greens_filled_ < std::min(y + 2, height_); ++greens_filled_) {
+                fetch_up_to(greens_filled_ + 2);
+                fill_greens(greens_filled_);
             }
+            fetch_up_to(y + 1);
             make(y);
         }
     }
@@ -99,6 +96,11 @@ class StripSweep {
     RowWindow<T> green_window(std::int64_t y) { return {{nullptr, green(y - 1), green(y), green(y + 1), nullptr}}; }
     Site site(std::int64_t y) const { return origin_.in_row(y); }
     bool at_rim(std::int64_t y) const { return y == 0 || y == height_ - 1; }
+
+    void fetch_up_to(std::int64_t y) {
+        for (; rows_fetched_ <= std::min(y, height_ - 1); ++rows_fetched_)
+            fetch(rows_fetched_);
+    }
 
     void fetch(std::int64_t y) {
         const std::int64_t first = std::max<std::int64_t>(begin_ - kOverlap, 0);
@@ -138,29 +140,26 @@ class StripSweep {
     }
 
     void make(std::int64_t y) {
-        const bool mirrored_rule = place_.mirrored && frame_order_;
-        const bool four = what_.layout == Layout::kRgb32;
         const std::int64_t image_row = frame_order_ ? place_.image_row(y) : y;
-        T* const image = static_cast<T*>(what_.image) + (image_row * width_ + begin_) * (four ? 4 : 3);
-        rows_.make[static_cast<int>(rule(y))][four][what_.weights != nullptr]({
+        T* const image = static_cast<T*>(what_.image) + (image_row * width_ + begin_) * pixel_size_;
+        rows_.make[static_cast<int>(rule(y))][pixel_size_ == 4][what_.weights != nullptr]({
             .image = image,
             .raw = raw_window(y),
             .green = green_window(y),
             .width = static_cast<std::size_t>(columns()),
             .red_row = site(y).red_row,
             .green_first = site(y).green,
-            .left = mirrored_rule ? 1 : -1,
+            .left = from_right_ ? 1 : -1,
             .weights = what_.weights,
         });
 
-        const bool zurno = what_.method == Method::kZurno;
         const auto put_right = [&](std::int64_t x, const auto& make_again) {
-            T* const pixel = image + x * (four ? 4 : 3);
-            make_again(
-                RowSite<T>{raw_window(y), zurno ? green_window(y) : raw_window(y), x, mirrored_rule ? -1 : 1, pixel});
+            T* const pixel = image + x * pixel_size_;
+            const RowWindow<T> raw_rows = raw_window(y), green_rows = zurno_ ? green_window(y) : raw_rows;
+            make_again(RowSite<T>{raw_rows, green_rows, x, from_right_ ? -1 : 1, pixel});
             if (what_.weights == nullptr) return;
             if constexpr (sizeof(T) == 1) {
-                if (four) return colora::apply_matrix<4>(what_.weights, pixel, 1);
+                if (pixel_size_ == 4) return colora::apply_matrix<4>(what_.weights, pixel, 1);
             }
             colora::apply_matrix<3>(what_.weights, pixel, 1);
         };
@@ -169,9 +168,10 @@ class StripSweep {
             case Method::kNearest: make_ends<Nearest>(y, put_right); break;
             case Method::kQuelt: make_ends<Quelt>(y, put_right); break;
             case Method::kEdgeDirected:
-                // On 8-bit frames the direct kernels have a corner of their own.
-                Reader::kBytes&& frame_order_ ? make_ends<EdgeDirectedRawBytes>(y, put_right)
-                                              : make_ends<EdgeDirected>(y, put_right);
+                if (corner_of_bytes_)
+                    make_ends<EdgeDirectedRawBytes>(y, put_right);
+                else
+                    make_ends<EdgeDirected>(y, put_right);
                 break;
             case Method::kZurno:
                 make_ends<EdgeDirected>(y, put_right);
@@ -203,18 +203,16 @@ class StripSweep {
     }
     template <class Rule, bool kAbove, bool kBelow>
     void make_ends_of(std::int64_t y, const auto& put_right) {
-        const bool mirrored_rule = place_.mirrored && frame_order_;
         with_site(site(y), [&](auto first) {
             constexpr Site kFirst = first(), kLast = kFirst.beside();
             constexpr Around kAtBegin{false, true, kAbove, kBelow}, kAtEnd{true, false, kAbove, kBelow};
             const std::int64_t end = columns() - 1;
             if (at_left()) {
-                mirrored_rule ? put_right(0, Fill<Rule, kFirst, kAtEnd>{})
-                              : put_right(0, Fill<Rule, kFirst, kAtBegin>{});
+                from_right_ ? put_right(0, Fill<Rule, kFirst, kAtEnd>{}) : put_right(0, Fill<Rule, kFirst, kAtBegin>{});
             }
             if (at_right()) {
-                mirrored_rule ? put_right(end, Fill<Rule, kLast, kAtBegin>{})
-                              : put_right(end, Fill<Rule, kLast, kAtEnd>{});
+                from_right_ ? put_right(end, Fill<Rule, kLast, kAtBegin>{})
+                            : put_right(end, Fill<Rule, kLast, kAtEnd>{});
             }
         });
     }
@@ -224,6 +222,10 @@ class StripSweep {
     const std::int64_t width_ = place_.size.width, height_ = place_.size.height;
     const bool frame_order_ = what_.order == RuleOrder::kFrame;  // of rows, and of what is left
     const bool upright_ = place_.top_down || frame_order_;
+    const bool from_right_ = place_.mirrored && frame_order_;      // the rule's first column is the last of the image
+    const bool corner_of_bytes_ = Reader::kBytes && frame_order_;  // of the direct kernels on 8-bit frames
+    const bool zurno_ = what_.method == Method::kZurno;
+    const int pixel_size_ = what_.layout == Layout::kRgb32 ? 4 : 3;
     const RowFunctionSet& set_;
     const RowFunctions<T>& rows_;
     const Reader read_;

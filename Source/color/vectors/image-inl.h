@@ -41,7 +41,7 @@ HWY_INLINE void store3(T* image, V red, V green, V blue) {
     const auto merged = [&](V at_0, V at_1, V at_2) HWY_ATTR {
         return hn::IfVecThenElse(place_2, at_2, hn::IfVecThenElse(place_1, at_1, at_0));
     };
-    // The second block begins where the first one has left off: with sample 16 of 3 channels.
+    // A block ends within a pixel: 16 places are five pixels and one channel, 8 are two pixels and two.
     constexpr int kBegin = Spread<T>::kSamples % 3;
     const V first = merged(r, g, b);
     const V second = kBegin == 1 ? merged(g, b, r) : merged(b, r, g);

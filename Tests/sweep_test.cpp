@@ -111,9 +111,10 @@ class SweepTest : public ::testing::Test {
         made.settings.flip_y = static_cast<int>(flag());
         made.settings.correction_matrix = flag();
         made.settings.matrix = matrix;
-        std::ranges::generate(matrix, [&] {  // around the usual, and anything
-            return static_cast<short>(random() % 4 != 0 ? static_cast<int>(random() % 16384) - 6000
-                                                        : static_cast<int>(random()));
+        const auto kind = random() % 4;  // the usual, anything, or as large as can be
+        std::ranges::generate(matrix, [&] {
+            const int word = static_cast<int>(random()), least = kind == 2 ? -32767 : -32768;
+            return static_cast<short>(kind == 0 ? (word & 16383) - 6000 : kind == 1 ? word : word & 1 ? 32767 : least);
         });
         made.settings.lut_size = flag() * 256;
         made.settings.lut = &table8;

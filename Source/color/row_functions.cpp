@@ -13,6 +13,7 @@
 #define HWY_TARGET_INCLUDE "row_functions.cpp"
 #include <hwy/foreach_target.h>
 
+#include <hwy/cache_control.h>
 #include <hwy/highway.h>
 
 #if HWY_TARGET == HWY_SCALAR || HWY_TARGET == HWY_EMU128
@@ -65,7 +66,6 @@ constexpr RowFunctions<T> functions_of() {
     f.zurno_green = fill_greens<T, Zurno>;
     f.edge_green = fill_greens<T, EdgeDirected<false>>;
     f.edge_green_rim = fill_greens<T, EdgeDirected<true>>;
-    f.reverse = reverse<T>;
     return f;
 }
 

@@ -24,18 +24,26 @@ struct RowWindow {
     const T* operator[](int dy) const { return rows[dy + 2]; }
 };
 
-/// From samples to pixels: which colours are missing is known of every site, so every pixel comes out whole. The first
-/// and the last one come out as if the row went on: who knows better puts them right afterwards.
+/// What is to be made of one row. The first and the last pixel come out as if the row went on: who knows better puts them
+/// right afterwards.
 template <class T>
 struct RowJob {
-    T* image;  // the first pixel; exactly `width` pixels are written. Zurno begins at the first site that lacks green
     RowWindow<T> raw;
-    RowWindow<T> green;  // for Zurno: with the greens that were missing
+    RowWindow<T> green{};  // for Zurno: with the greens that were missing
     std::size_t width;
     bool red_row;
-    bool green_first;      // column 0 is a green site
-    std::ptrdiff_t left;   // -1; 1 where rules are to take the right neighbour for the left one
-    const short* weights;  // of the colour matrix, 3 rows of 4, 4096 = 1.0; not read by functions without a matrix
+    bool green_first;          // column 0 is a green site
+    std::ptrdiff_t left = -1;  // 1 where rules are to take the right neighbour for the left one
+
+    // From samples to pixels: which colours are missing is known of every site, so every pixel comes out whole.
+    T* image = nullptr;  // exactly `width` pixels are written. Zurno begins at the first site that lacks green
+    const T* next_image = nullptr;   // of the row that will be made next
+    bool mirrored = false;           // column 0 is stored last
+    const short* weights = nullptr;  // of the colour matrix, 3 rows of 4, 4096 = 1.0; for functions with a matrix
+
+    // The frame's row that will be wanted next, and not in order
+    const std::uint8_t* next_samples = nullptr;
+    std::size_t sample_bytes = 1;
 };
 
 template <class T>
@@ -44,11 +52,8 @@ struct RowFunctions {
     /// By rule, fourth channel (which is weighted but not written), and matrix.
     Make make[kRowRules][2][2];
     /// Fill in the missing greens of the row in the middle.
-    void (*zurno_green)(T* out, const RowWindow<T>& raw, std::size_t width, bool green_first);
-    void (*edge_green)(T* out, const RowWindow<T>& raw, std::size_t width, bool green_first);
-    void (*edge_green_rim)(T* out, const RowWindow<T>& raw, std::size_t width, bool green_first);
-    /// The last column becomes the first one.
-    void (*reverse)(T* row, std::size_t width);
+    using FillGreens = void (*)(T* out, const RowJob<T>& job);
+    FillGreens zurno_green, edge_green, edge_green_rim;
 };
 
 /// From the samples of a frame to a row.

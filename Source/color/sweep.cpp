@@ -3,6 +3,9 @@
 //
 //   frame --fetch--> raw rows --rule, matrix--> image
 //
+// Raw rows that the frame holds as they are wanted stay there: only those at its ends, beyond which nothing may be read,
+// are copied.
+//
 // Columns are those of the image: a mirrored image is made of mirrored rows. A strip fetches a few columns more on each
 // side than it stores. Outside of the picture, raw rows and columns mirror those inside: there most rules need no
 // exception. The first and the last column do: they are made again by the plain rules, pixel by pixel.
@@ -10,6 +13,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 
 #include "bilinear.h"
 #include "nearest.h"
@@ -23,6 +27,7 @@ namespace {
 
 constexpr std::int64_t kStripWidth = 2624;  // even; most sensors are one strip
 constexpr std::int64_t kOverlap = 4;        // columns beside a strip that rules look at
+constexpr std::int64_t kMargin = kRowMargin;
 constexpr std::int64_t kLeastWidth = 8, kLeastHeight = 6;
 
 // Zurno's greens of a row want the raw rows up to two away, and red and blue the greens of the rows beside. Greens are one
@@ -63,7 +68,6 @@ class StripSweep {
   public:
     StripSweep(const Sweep& what, const RowFunctionSet& functions, const RowFunctions<T>& row_functions, Reader reader)
         : what_(what), set_(functions), rows_(row_functions), read_(reader) {
-        if (place_.mirrored) origin_ = origin_.beside();
         if (!upright_) origin_ = origin_.below();
     }
 
@@ -87,7 +91,7 @@ class StripSweep {
 
     /// Rows outside of the picture mirror those inside.
     std::int64_t inside(std::int64_t y) const { return y < 0 ? -y : y < height_ ? y : 2 * (height_ - 1) - y; }
-    T* raw(std::int64_t y) { return raw_[inside(y) % kRawRows].columns(); }
+    const T* raw(std::int64_t y) const { return raw_[inside(y) % kRawRows]; }
     T* green(std::int64_t y) { return green_[inside(y) % kGreenRows].columns(); }
     /// From `more` columns before the strip on.
     RowWindow<T> raw_window(std::int64_t y, std::int64_t more = 0) {
@@ -102,20 +106,26 @@ class StripSweep {
             fetch(rows_fetched_);
     }
 
+    std::int64_t frame_row(std::int64_t y) const { return place_.frame_row(upright_ ? y : height_ - 1 - y); }
+
     void fetch(std::int64_t y) {
+        const std::int64_t begin = frame_row(y) * width_ + begin_;
+        const bool at_end_of_frame = begin < kMargin || begin + columns() + kMargin > width_ * height_;
+        const T* const in_place = at_end_of_frame ? nullptr : read_.in_place(begin);
+        raw_[y % kRawRows] = in_place ? in_place : fetched(y);
+    }
+
+    const T* fetched(std::int64_t y) {
+        T* const row = copies_[y % kRawRows].columns();
         const std::int64_t first = std::max<std::int64_t>(begin_ - kOverlap, 0);
         const std::int64_t last = std::min(end_ + kOverlap, width_);
-        const std::int64_t picture_row = upright_ ? y : height_ - 1 - y;
-        const std::int64_t picture_column = place_.mirrored ? width_ - last : first;
-        T* const row = raw(y);
-        T* const target = row + (first - begin_);
-        const auto count = static_cast<std::size_t>(last - first);
-        read_(set_.fetch, target, place_.frame_row(picture_row) * width_ + picture_column, count);
-        if (place_.mirrored) rows_.reverse(target, count);
+        read_(set_.fetch, row + (first - begin_), frame_row(y) * width_ + first,
+              static_cast<std::size_t>(last - first));
         for (std::int64_t x = 1; x <= kOverlap; ++x) {
             if (at_left()) row[-x] = row[x];
             if (at_right()) row[columns() - 1 + x] = row[columns() - 1 - x];
         }
+        return row;
     }
 
     /// The row's greens, also in the columns beside the strip: red and blue look at them.
@@ -124,7 +134,14 @@ class StripSweep {
         const bool near_rim = y < 2 || y >= height_ - 2;
         const auto fill = at_rim(y) ? rows_.edge_green_rim : near_rim ? rows_.edge_green : rows_.zurno_green;
         T* const out = green(y);
-        fill(out - kMore, raw_window(y, kMore), static_cast<std::size_t>(columns() + 2 * kMore), site(y).green);
+        fill(out - kMore, {
+                              .raw = raw_window(y, kMore),
+                              .width = static_cast<std::size_t>(columns() + 2 * kMore),
+                              .red_row = site(y).red_row,
+                              .green_first = site(y).green,
+                              .next_samples = read_.bytes(frame_row(inside(y + 3)) * width_ + begin_),
+                              .sample_bytes = Reader::kSampleBytes,
+                          });
         // Zurno begins at the first site that lacks green. The columns at the rim are for the edge-directed rule.
         T pixel[3];
         const auto put_right = [&](std::int64_t x, const auto& make_again) {
@@ -139,22 +156,31 @@ class StripSweep {
         });
     }
 
+    /// The strip's pixels of a row.
+    T* image_of(std::int64_t y) const {
+        const std::int64_t row = frame_order_ ? place_.image_row(y) : y;
+        return static_cast<T*>(what_.image) + (row * width_ + (place_.mirrored ? width_ - end_ : begin_)) * pixel_size_;
+    }
+
     void make(std::int64_t y) {
-        const std::int64_t image_row = frame_order_ ? place_.image_row(y) : y;
-        T* const image = static_cast<T*>(what_.image) + (image_row * width_ + begin_) * pixel_size_;
+        T* const image = image_of(y);
         rows_.make[static_cast<int>(rule(y))][pixel_size_ == 4][what_.weights != nullptr]({
-            .image = image,
             .raw = raw_window(y),
             .green = green_window(y),
             .width = static_cast<std::size_t>(columns()),
             .red_row = site(y).red_row,
             .green_first = site(y).green,
             .left = from_right_ ? 1 : -1,
+            .image = image,
+            .next_image = image_of(std::min(y + 1, height_ - 1)),
+            .mirrored = place_.mirrored,
             .weights = what_.weights,
+            .next_samples = read_.bytes(frame_row(inside(y + 2)) * width_ + begin_),
+            .sample_bytes = Reader::kSampleBytes,
         });
 
         const auto put_right = [&](std::int64_t x, const auto& make_again) {
-            T* const pixel = image + x * pixel_size_;
+            T* const pixel = image + (place_.mirrored ? columns() - 1 - x : x) * pixel_size_;
             const RowWindow<T> raw_rows = raw_window(y), green_rows = zurno_ ? green_window(y) : raw_rows;
             make_again(RowSite<T>{raw_rows, green_rows, x, from_right_ ? -1 : 1, pixel});
             if (what_.weights == nullptr) return;
@@ -222,8 +248,8 @@ class StripSweep {
     const std::int64_t width_ = place_.size.width, height_ = place_.size.height;
     const bool frame_order_ = what_.order == RuleOrder::kFrame;  // of rows, and of what is left
     const bool upright_ = place_.top_down || frame_order_;
-    const bool from_right_ = place_.mirrored && frame_order_;      // the rule's first column is the last of the image
-    const bool corner_of_bytes_ = Reader::kBytes && frame_order_;  // of the direct kernels on 8-bit frames
+    const bool from_right_ = place_.mirrored && !frame_order_;  // the rule's first column is the last of the frame
+    const bool corner_of_bytes_ = Reader::kSampleBytes == 1 && frame_order_;  // of the direct kernels on 8-bit frames
     const bool zurno_ = what_.method == Method::kZurno;
     const int pixel_size_ = what_.layout == Layout::kRgb32 ? 4 : 3;
     const RowFunctionSet& set_;
@@ -232,7 +258,8 @@ class StripSweep {
     Site origin_ = what_.origin;  // of the picture as it is made
     std::int64_t begin_ = 0, end_ = 0;
     std::int64_t rows_fetched_ = 0, greens_filled_ = 0;
-    Row<T> raw_[kRawRows];
+    const T* raw_[kRawRows]{};  // in the frame, or the copy
+    Row<T> copies_[kRawRows];
     Row<T> green_[kGreenRows];
 };
 
@@ -250,27 +277,52 @@ bool run(const Sweep& what, const RowFunctionSet& functions, const RowFunctions<
 const RowFunctionSet* functions_for(const Sweep& what) {
     const Size& size = what.place.size;
     if (!size.has_cells() || size.width < kLeastWidth || size.height < kLeastHeight) return nullptr;
+    // The products of two words with two of these weights are one too many for 32 bits.
+    const bool words = what.layout == Layout::kRgb48 && what.weights != nullptr;
+    if (words && std::find(what.weights, what.weights + 12, std::numeric_limits<short>::min()) != what.weights + 12)
+        return nullptr;
     return row_functions();
 }
 
 struct ReadBytes {
-    static constexpr bool kBytes = true;
+    static constexpr std::size_t kSampleBytes = 1;
     ByteFrame frame;
+    const std::uint8_t* bytes(std::int64_t from) const { return frame.samples + from; }
+    const std::uint8_t* in_place(std::int64_t from) const { return frame.table ? nullptr : bytes(from); }
     void operator()(const FetchFunctions& fetch, std::uint8_t* row, std::int64_t from, std::size_t count) const {
-        frame.table ? fetch.bytes_by_table(row, frame.samples + from, count, frame.table)
-                    : static_cast<void>(std::memcpy(row, frame.samples + from, count));
+        frame.table ? fetch.bytes_by_table(row, bytes(from), count, frame.table)
+                    : static_cast<void>(std::memcpy(row, bytes(from), count));
     }
 };
 
 template <class T>
 struct ReadWords {
-    static constexpr bool kBytes = false;
+    static constexpr std::size_t kSampleBytes = 2;
+    static constexpr std::size_t kTogether = 8 / sizeof(T);
     WordFrame frame;
+    const std::uint8_t* bytes(std::int64_t from) const {
+        return reinterpret_cast<const std::uint8_t*>(frame.samples) + 2 * from;
+    }
+    /// Words as this machine reads them, at even addresses.
+    const T* in_place(std::int64_t from) const {
+        if constexpr (sizeof(T) == 2) {
+            const bool even = reinterpret_cast<std::uintptr_t>(frame.samples) % sizeof(T) == 0;
+            if (even && !frame.msb_first && frame.table == nullptr) return frame.samples + from;
+        }
+        return nullptr;
+    }
     void operator()(const FetchFunctions& fetch, T* row, std::int64_t from, std::size_t count) const {
-        const auto* const samples = reinterpret_cast<const std::uint8_t*>(frame.samples) + 2 * from;
+        const auto* const samples = bytes(from);
         if (frame.table != nullptr) {
             const TabledWords<T> read{samples, frame.table};
-            for (std::size_t x = 0; x < count; ++x)
+            std::size_t x = 0;
+            for (; x + kTogether <= count; x += kTogether) {  // one store for all
+                std::uint64_t together = 0;
+                for (std::size_t i = 0; i < kTogether; ++i)
+                    together |= std::uint64_t{read(samples + 2 * (x + i))} << (8 * sizeof(T) * i);
+                std::memcpy(row + x, &together, sizeof together);
+            }
+            for (; x < count; ++x)
                 row[x] = read(samples + 2 * x);
         } else if constexpr (sizeof(T) == 1) {
             fetch.top_bytes(row, samples, count, frame.msb_first);

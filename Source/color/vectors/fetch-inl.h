@@ -10,32 +10,6 @@ HWY_INLINE V exchanged_bytes(V words) {
     return hn::Or(hn::ShiftLeft<8>(words), hn::ShiftRight<8>(words));
 }
 
-template <class T>
-void reverse(T* row, std::size_t width) {
-    const Tag<T> d;
-    const hn::Repartition<std::uint16_t, Tag<T>> d16;
-    const auto reversed = [&](const T* from) HWY_ATTR {
-        const auto words = hn::Reverse(d16, hn::BitCast(d16, hn::LoadU(d, from)));
-        if constexpr (sizeof(T) == 1)
-            return hn::BitCast(d, exchanged_bytes(words));
-        else
-            return words;
-    };
-    std::size_t left = 0, right = width;
-    for (; right - left >= 2 * hn::Lanes(d); left += hn::Lanes(d)) {
-        right -= hn::Lanes(d);
-        const auto first = reversed(row + left), last = reversed(row + right);
-        hn::StoreU(last, d, row + left);
-        hn::StoreU(first, d, row + right);
-    }
-    for (; right - left >= 2; ++left) {
-        --right;
-        const T first = row[left];
-        row[left] = row[right];
-        row[right] = first;
-    }
-}
-
 /// The lower four bits, and the sign: all that a shuffle looks at. (Where it looks at more, it has to be taken away.)
 template <class V>
 HWY_INLINE V index_in_part(V v) {

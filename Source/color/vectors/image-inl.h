@@ -31,12 +31,9 @@ template <class T, class V>
 HWY_INLINE void store3(T* image, V red, V green, V blue) {
     static constexpr Spread<T> kSpread{};
     const Tag<T> d;
-    const Tag<std::uint8_t> bytes;
+    const V r = moved(red, kSpread.order[0]), g = moved(green, kSpread.order[1]), b = moved(blue, kSpread.order[2]);
     const auto constant = [&](const std::uint8_t(&values)[16])
-                              HWY_ATTR { return hn::BitCast(d, hn::LoadDup128(bytes, values)); };
-    const V r = hn::TableLookupBytes(red, constant(kSpread.order[0]));
-    const V g = hn::TableLookupBytes(green, constant(kSpread.order[1]));
-    const V b = hn::TableLookupBytes(blue, constant(kSpread.order[2]));
+                              HWY_ATTR { return hn::BitCast(d, hn::LoadDup128(Tag<std::uint8_t>(), values)); };
     const V place_1 = constant(kSpread.places[1]), place_2 = constant(kSpread.places[2]);
     const auto merged = [&](V at_0, V at_1, V at_2) HWY_ATTR {
         return hn::IfVecThenElse(place_2, at_2, hn::IfVecThenElse(place_1, at_1, at_0));
@@ -59,24 +56,71 @@ HWY_INLINE void store3(T* image, V red, V green, V blue) {
     }
 }
 
-/// Correct and store a vector of pixels: red, green, blue, or what the matrix makes these of. The fourth channel stays as
-/// it stands there.
-template <int kChannels, bool kMatrix, class T, class V>
-HWY_INLINE void store(T* image, V red, V green, V blue, const Matrix& matrix) {
-    const Tag<T> d;
-    V fourth = hn::Zero(d);
-    if constexpr (kChannels == 4) {
-        V unused[3];
-        hn::LoadInterleaved4(d, image, unused[0], unused[1], unused[2], fourth);
+/// Pixels of four bytes, the fourth of which stays as it stands there.
+template <class V>
+HWY_INLINE void store4(std::uint8_t* image, V red, V green, V blue) {
+    const Tag<std::uint8_t> d;
+    const hn::Repartition<std::uint16_t, Tag<std::uint8_t>> pairs;
+    const auto keep = hn::BitCast(d, hn::Set(hn::Repartition<std::uint32_t, Tag<std::uint8_t>>(), 0xFF000000U));
+    constexpr std::size_t kLanes = hn::MaxLanes(d);
+    V pixels[4];
+    for (int upper = 0; upper < 2; ++upper) {
+        const auto interleaved = [&](V a, V b) HWY_ATTR {
+            return upper ? hn::InterleaveUpper(d, a, b) : hn::InterleaveLower(d, a, b);
+        };
+        const auto red_green = hn::BitCast(pairs, interleaved(red, green));
+        const auto blue_none = hn::BitCast(pairs, interleaved(blue, hn::Zero(d)));
+        pixels[2 * upper] = hn::BitCast(d, hn::InterleaveLower(pairs, red_green, blue_none));
+        pixels[2 * upper + 1] = hn::BitCast(d, hn::InterleaveUpper(pairs, red_green, blue_none));
     }
+    if constexpr (kLanes == 32) {  // each holds pixels of the first and of the second half
+        const V third = hn::ConcatUpperUpper(d, pixels[1], pixels[0]);
+        pixels[0] = hn::ConcatLowerLower(d, pixels[1], pixels[0]);
+        pixels[1] = hn::ConcatLowerLower(d, pixels[3], pixels[2]);
+        pixels[3] = hn::ConcatUpperUpper(d, pixels[3], pixels[2]);
+        pixels[2] = third;
+    }
+    for (std::size_t i = 0; i < 4; ++i)
+        hn::StoreU(hn::IfVecThenElse(keep, hn::LoadU(d, image + i * kLanes), pixels[i]), d, image + i * kLanes);
+}
+
+/// The last sample becomes the first one.
+template <class T, class V>
+HWY_INLINE V reversed(V v) {
+    const Tag<T> d;
+    constexpr std::size_t kBlock = 16 / sizeof(T);
+    static constexpr struct Order {
+        alignas(16) std::uint8_t bytes[16];
+        constexpr Order() : bytes{} {
+            for (std::size_t byte = 0; byte < 16; ++byte)
+                bytes[byte] = static_cast<std::uint8_t>((kBlock - 1 - byte / sizeof(T)) * sizeof(T) + byte % sizeof(T));
+        }
+    } kOrder{};
+    v = moved(v, kOrder.bytes);
+    if constexpr (hn::MaxLanes(d) > kBlock) v = hn::ConcatLowerUpper(d, v, v);
+    return v;
+}
+
+/// Correct and store a vector of pixels: red, green, blue, or what the matrix makes these of. The fourth channel is
+/// weighted, but stays as it stands there.
+template <int kChannels, bool kMatrix, class T, class V>
+HWY_INLINE void store(T* image, bool mirrored, V red, V green, V blue, const Matrix& matrix) {
+    const Tag<T> d;
+    if (mirrored) red = reversed<T>(red), green = reversed<T>(green), blue = reversed<T>(blue);
     if constexpr (kMatrix) {
-        if constexpr (sizeof(T) == 1)
+        if constexpr (sizeof(T) == 1) {
+            V fourth = hn::Zero(d);
+            if constexpr (kChannels == 4) {
+                V unused[3];
+                hn::LoadInterleaved4(d, image, unused[0], unused[1], unused[2], fourth);
+            }
             matrix.bytes(red, green, blue, fourth);
-        else
+        } else {
             matrix.words(red, green, blue);
+        }
     }
     if constexpr (kChannels == 4)
-        hn::StoreInterleaved4(red, green, blue, fourth, d, image);
+        store4(image, red, green, blue);
     else
         store3(image, red, green, blue);
 }
@@ -87,20 +131,38 @@ HWY_INLINE void make_row(const RowJob<T>& job) {
     constexpr std::size_t kLanes = hn::MaxLanes(Tag<T>());
     const Matrix matrix(kMatrix ? job.weights : kNoWeights, !job.red_row);
     Around<T> at(job);
-    for (std::size_t x = Rule::first_column(job.green_first); x < job.width; x += kLanes) {
+    // Whatever the order of columns, the row is stored from its beginning on: processors foresee that, and with some help
+    // have the memory at hand. They do not foresee samples that are read backwards.
+    const std::size_t first = Rule::first_column(job.green_first);
+    const std::size_t last = first + (job.width - 1 - first) / kLanes * kLanes;
+    const std::size_t step = job.mirrored ? std::size_t{0} - kLanes : kLanes;
+    const std::size_t end = (job.mirrored ? first : last) + step;
+    constexpr std::ptrdiff_t kAhead = 3072 / sizeof(T);
+    const T* const row_end = job.image + job.width * kChannels;
+    const std::ptrdiff_t to_next_row = job.next_image - row_end;
+    T* pixels = job.image + (job.mirrored ? 0 : first * kChannels);
+    for (std::size_t x = job.mirrored ? last : first; x != end; x += step) {
         at.go_to(x);
         const Colours<T> c = Rule::colours(at);
-        T* const pixels = job.image + x * kChannels;
-        T last[kChannels * kLanes];  // stands in for what would reach beyond the row
-        const bool whole = x + kLanes <= job.width;
-        const std::size_t bytes = (job.width - x) * kChannels * sizeof(T);
-        if (HWY_UNLIKELY(!whole)) {
-            std::memset(last, 0, sizeof last);
-            std::memcpy(last, pixels, bytes);
+        prefetch(pixels + kAhead + (row_end - pixels > kAhead ? 0 : to_next_row), kChannels * kLanes);
+        if (job.mirrored)
+            prefetch(job.next_samples + (pixels - job.image) / kChannels * job.sample_bytes, kLanes * job.sample_bytes);
+        const auto store_at = [&](T* where) HWY_ATTR {
+            store<kChannels, kMatrix>(where, job.mirrored, kRowColourFirst ? c.row : c.cross, c.green,
+                                      kRowColourFirst ? c.cross : c.row, matrix);
+        };
+        if (HWY_LIKELY(x + kLanes <= job.width)) {
+            store_at(pixels);
+            pixels += kLanes * kChannels;
+        } else {  // not beyond the row
+            const std::size_t count = job.width - x;
+            T whole[kChannels * kLanes]{};
+            T* const part = whole + (job.mirrored ? kLanes - count : 0) * kChannels;
+            std::memcpy(part, pixels, count * kChannels * sizeof(T));
+            store_at(whole);
+            std::memcpy(pixels, part, count * kChannels * sizeof(T));
+            pixels += count * kChannels;
         }
-        store<kChannels, kMatrix>(whole ? pixels : last, kRowColourFirst ? c.row : c.cross, c.green,
-                                  kRowColourFirst ? c.cross : c.row, matrix);
-        if (HWY_UNLIKELY(!whole)) std::memcpy(pixels, last, bytes);
     }
 }
 

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The colour matrix, for a vector of pixels. Included once for each kind of processor, so without a guard.
 //
-// Sums of products of a weight and a byte fit 32 bits. Words are taken apart into their bytes: with the sums H of the
-// upper and L of the lower ones, (256 H + L) >> 12 = (H + (L >> 8)) >> 4.
+// It is exact for all weights of bytes, and of words for all but -32768. Sums of bytes fit 32 bits.
 
 HWY_BEFORE_NAMESPACE();
 namespace tovix::color::HWY_NAMESPACE {
@@ -26,16 +25,6 @@ HWY_INLINE V32 dot(V16 values, V16 weights) {
 #endif
 }
 
-/// Both clamped to bytes; what InterleaveLower and InterleaveUpper made, in order again.
-HWY_INLINE Vec<Tag<std::uint8_t>> bytes_of(V16 low, V16 high) {
-#if HWY_TARGET == HWY_AVX2
-    return Vec<Tag<std::uint8_t>>{_mm256_packus_epi16(low.raw, high.raw)};
-#else
-    const hn::Half<Tag<std::uint8_t>> half;
-    return hn::Combine(Tag<std::uint8_t>(), hn::DemoteTo(half, high), hn::DemoteTo(half, low));
-#endif
-}
-
 class Matrix {
   public:
     /// `blue_first`: values come as blue, green, red. They leave as red, green, blue.
@@ -44,6 +33,7 @@ class Matrix {
             const short* const w = weights + 4 * row;
             first_[row] = pair(w[blue_first ? 2 : 0], w[1]);
             second_[row] = pair(w[blue_first ? 0 : 2], w[3]);
+            offset_[row] = hn::Set(D32(), 8 * (w[0] + w[1] + w[2]) - 32768);
         }
     }
 
@@ -61,38 +51,32 @@ class Matrix {
             V32 sums[4];
             for (int i = 0; i < 4; ++i)
                 sums[i] = hn::ShiftRight<12>(sum(index, pairs[i][0], pairs[i][1]));
-            return bytes_of(hn::ReorderDemote2To(D16(), sums[0], sums[1]),
-                            hn::ReorderDemote2To(D16(), sums[2], sums[3]));
+            return clamped(hn::ReorderDemote2To(D16(), sums[0], sums[1]),
+                           hn::ReorderDemote2To(D16(), sums[2], sums[3]));
         };
         first = row(0), second = row(1), third = row(2);
     }
 
+    /// Words less 32768 are signed words, as weights are: the products of a pair fit 32 bits, unless both weights are
+    /// -32768, but not their sum with the third product. There the lower 12 bits, which are shifted out, go apart.
     template <class VU16>
     HWY_INLINE void words(VU16& first, VU16& second, VU16& third) const {
         const D16 d;
-        const Tag<std::uint16_t> du;
-        const VU16 low_mask = hn::Set(du, 255);
-        V16 pairs[2][2][2];  // by half of the words, half of the vector, half of the weights
-        for (int upper = 0; upper < 2; ++upper) {
-            const auto part = [&](VU16 v) HWY_ATTR {
-                return hn::BitCast(d, upper != 0 ? hn::ShiftRight<8>(v) : hn::And(v, low_mask));
-            };
-            const V16 a = part(first), b = part(second), c = part(third), zero = hn::Zero(d);
-            pairs[upper][0][0] = hn::InterleaveLower(d, a, b);
-            pairs[upper][0][1] = hn::InterleaveLower(d, c, zero);
-            pairs[upper][1][0] = hn::InterleaveUpper(d, a, b);
-            pairs[upper][1][1] = hn::InterleaveUpper(d, c, zero);
-        }
+        const D32 d32;
+        const V16 sign = hn::Set(d, std::int16_t{-32768});
+        const auto centred = [&](VU16 v) HWY_ATTR { return hn::Xor(hn::BitCast(d, v), sign); };
+        const V16 a = centred(first), b = centred(second), c = centred(third), zero = hn::Zero(d);
+        const V16 pairs_1[] = {hn::InterleaveLower(d, a, b), hn::InterleaveUpper(d, a, b)};
+        const V16 pairs_2[] = {hn::InterleaveLower(d, c, zero), hn::InterleaveUpper(d, c, zero)};
         const auto row = [&](int index) HWY_ATTR {
             V32 sums[2];
             for (int i = 0; i < 2; ++i) {
-                const V32 low = sum(index, pairs[0][i][0], pairs[0][i][1]);
-                const V32 high = sum(index, pairs[1][i][0], pairs[1][i][1]);
-                // Signed words saturate where unsigned ones do once all is moved down by half of their range.
-                sums[i] = hn::Sub(hn::ShiftRight<4>(hn::Add(high, hn::ShiftRight<8>(low))), hn::Set(D32(), 32768));
+                const V32 sum_1 = dot(pairs_1[i], first_[index]), sum_2 = dot(pairs_2[i], second_[index]);
+                const V32 rest = hn::ShiftRight<12>(hn::Add(sum_2, hn::And(sum_1, hn::Set(d32, 4095))));
+                sums[i] = hn::Add(hn::Add(hn::ShiftRight<12>(sum_1), rest), offset_[index]);
             }
-            const V16 moved = hn::ReorderDemote2To(d, sums[0], sums[1]);
-            return hn::BitCast(du, hn::Xor(moved, hn::Set(d, std::int16_t{-32768})));
+            // Signed words saturate where unsigned ones do once all is moved down by half of their range.
+            return hn::BitCast(Tag<std::uint16_t>(), hn::Xor(hn::ReorderDemote2To(d, sums[0], sums[1]), sign));
         };
         first = row(0), second = row(1), third = row(2);
     }
@@ -114,6 +98,7 @@ class Matrix {
     }
 
     V16 first_[3], second_[3];
+    V32 offset_[3];  // for words: the share of the 32768 that they lack, less the 32768 that are put back at the end
 };
 
 }  // namespace

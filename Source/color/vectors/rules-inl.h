@@ -57,7 +57,8 @@ struct Nearest : AllSites {
 struct Quelt : AllSites {
     template <class T>
     static HWY_INLINE Colours<T> colours(const Around<T>& at) {
-        const auto own = at.raw(0, 0), left = at.raw(0, -1), above = at.raw(-1, 0), above_left = at.raw(-1, -1);
+        const auto own = at.raw(0, 0), left = at.raw(0, at.left());
+        const auto above = at.raw(-1, 0), above_left = at.raw(-1, at.left());
         return {at.at_green(left, own), average(Tag<T>(), at.at_green(above_left, above), at.at_green(own, left)),
                 at.at_green(above, above_left)};
     }
@@ -104,11 +105,11 @@ struct EdgeDirected : AllSites {
 // Signed lanes of Wide; the average is of two samples. `/` truncates toward zero: what is negative is raised before the
 // shift, which rounds down.
 
-template <int kShift, class D, class V>
-HWY_INLINE V divided_by_power(D d, V v) {
-    constexpr int kSignToRaise = sizeof(hn::TFromD<D>) * 8 - kShift;  // -1 becomes 2^kShift - 1, if small
+template <class D, class V>
+HWY_INLINE V quarter(D d, V v) {
+    constexpr int kSignToRaise = sizeof(hn::TFromD<D>) * 8 - 2;  // -1 becomes 3, if small
     const hn::RebindToUnsigned<D> du;
-    return hn::ShiftRight<kShift>(hn::Add(v, hn::BitCast(d, hn::ShiftRight<kSignToRaise>(hn::BitCast(du, v)))));
+    return hn::ShiftRight<2>(hn::Add(v, hn::BitCast(d, hn::ShiftRight<kSignToRaise>(hn::BitCast(du, v)))));
 }
 template <class D, class V>
 HWY_INLINE V rounded_average(D d, V a, V b) {
@@ -121,7 +122,7 @@ HWY_INLINE V rounded_average(D d, V a, V b) {
 }
 template <class D, class V>
 HWY_INLINE V corrected(D d, V a, V b, V second_difference) {
-    return hn::Add(rounded_average(d, a, b), divided_by_power<2>(d, hn::Add(second_difference, hn::Set(d, 1))));
+    return hn::Add(rounded_average(d, a, b), quarter(d, hn::Add(second_difference, hn::Set(d, 1))));
 }
 template <class V>
 HWY_INLINE V second_difference(V centre, V a, V b) {
@@ -131,17 +132,12 @@ template <class V>
 HWY_INLINE V change(V second_difference, V a, V b) {
     return hn::Add(hn::Abs(second_difference), hn::Abs(hn::Sub(a, b)));
 }
-template <class D, class V>
-HWY_INLINE V smoother(D d, V change_1, V estimate_1, V change_2, V estimate_2) {
-    const V half = divided_by_power<1>(d, hn::Add(estimate_1, estimate_2));
+/// Good for a result that is clamped: the average of two estimates is rounded down, where `/` would end at 0.
+template <class V>
+HWY_INLINE V smoother(V change_1, V estimate_1, V change_2, V estimate_2) {
+    const V half = hn::ShiftRight<1>(hn::Add(estimate_1, estimate_2));
     return hn::IfThenElse(change_1 == change_2, half, hn::IfThenElse(change_1 < change_2, estimate_1, estimate_2));
 }
-template <class D, class V>
-HWY_INLINE V clamped(D, V v) {
-    const Wide<D> wide;
-    return hn::Min(hn::Max(v, hn::Zero(wide)), hn::Set(wide, kLargest<D>));
-}
-
 /// Sites that lack green are the even ones here.
 struct Zurno {
     static HWY_INLINE std::size_t first_column(bool green_first) { return green_first; }
@@ -155,9 +151,9 @@ struct Zurno {
         const auto above = even(d, at.raw(-1, 0)), below = even(d, at.raw(1, 0));
         const auto across = second_difference(own, even(d, before), even(d, after));
         const auto down = second_difference(own, even(d, at.raw(-2, 0)), even(d, at.raw(2, 0)));
-        const auto green = smoother(wide, change(across, left, right), corrected(wide, left, right, across),
+        const auto green = smoother(change(across, left, right), corrected(wide, left, right, across),
                                     change(down, above, below), corrected(wide, above, below, down));
-        return hn::Or(hn::BitCast(d, clamped(d, green)), hn::And(here, every_other(d, false)));
+        return joined(d, green, right);
     }
 
     template <class T>
@@ -176,21 +172,21 @@ struct Zurno {
         const auto falling = second_difference(green_own, green_above_left, green_below_right);
         const auto rising = second_difference(green_own, green_below_left, green_above_right);
         const auto cross =
-            smoother(wide, change(falling, above_left, below_right), corrected(wide, above_left, below_right, falling),
+            smoother(change(falling, above_left, below_right), corrected(wide, above_left, below_right, falling),
                      change(rising, above_right, below_left), corrected(wide, above_right, below_left, rising));
         const auto row_at_green = corrected(wide, own, next, second_difference(green_beside, green_own, green_next));
         const auto cross_at_green = corrected(wide, above_right, below_right,
                                               second_difference(green_beside, green_above_right, green_below_right));
-        return {joined(d, own, clamped(d, row_at_green)), greens,
-                joined(d, clamped(d, cross), clamped(d, cross_at_green))};
+        return {joined(d, own, row_at_green), greens, joined(d, cross, cross_at_green)};
     }
 };
 
 template <class T, class Rule>
-void fill_greens(T* out, const RowWindow<T>& raw, std::size_t width, bool green_first) {
-    Around<T> at(RowJob<T>{nullptr, raw, {}, width, false, green_first, -1, nullptr});
-    for (std::size_t x = Rule::first_column(green_first); x < width; x += hn::Lanes(Tag<T>())) {
+void fill_greens(T* out, const RowJob<T>& job) {
+    Around<T> at(job);
+    for (std::size_t x = Rule::first_column(job.green_first); x < job.width; x += hn::Lanes(Tag<T>())) {
         at.go_to(x);
+        hwy::Prefetch(job.next_samples + x * job.sample_bytes);
         hn::StoreU(Rule::greens(at), Tag<T>(), out + x);
     }
 }

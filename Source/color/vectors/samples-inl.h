@@ -31,10 +31,48 @@ HWY_INLINE auto odd(D d, V v) {
     const Wide<D> wide;
     return hn::BitCast(wide, hn::ShiftRight<kBits<D>>(hn::BitCast(hn::RebindToUnsigned<Wide<D>>(), v)));
 }
-/// Both in one vector again. Each is a sample.
+/// Signed lanes of twice the width, clamped to samples. The samples of each block of 16 bytes are half of `low`, then half
+/// of `high`.
+template <class V>
+HWY_INLINE auto clamped(V low, V high) {
+#if HWY_TARGET == HWY_AVX2
+    if constexpr (sizeof(hn::TFromV<V>) == 2)
+        return Vec<Tag<std::uint8_t>>{_mm256_packus_epi16(low.raw, high.raw)};
+    else
+        return Vec<Tag<std::uint16_t>>{_mm256_packus_epi32(low.raw, high.raw)};
+#else
+    using T = hwy::MakeUnsigned<hwy::MakeNarrow<hn::TFromV<V>>>;
+    const hn::Half<Tag<T>> half;
+    return hn::Combine(Tag<T>(), hn::DemoteTo(half, high), hn::DemoteTo(half, low));
+#endif
+}
+
+/// Moves bytes about in each block of 16.
+template <class V>
+HWY_INLINE V moved(V v, const std::uint8_t (&order)[16]) {
+    return hn::TableLookupBytes(v, hn::BitCast(hn::DFromV<V>(), hn::LoadDup128(Tag<std::uint8_t>(), order)));
+}
+
+/// Both in one vector again, clamped to samples.
 template <class D, class V>
-HWY_INLINE auto joined(D d, V even_ones, V odd_ones) {
-    return hn::BitCast(d, hn::Or(even_ones, hn::ShiftLeft<kBits<D>>(odd_ones)));
+HWY_INLINE auto joined(D, V even_ones, V odd_ones) {
+    static constexpr struct Order {
+        alignas(16) std::uint8_t bytes[16];
+        constexpr Order() : bytes{} {
+            constexpr std::size_t kSize = sizeof(hn::TFromD<D>);
+            for (std::size_t byte = 0; byte < 16; ++byte)
+                bytes[byte] = static_cast<std::uint8_t>(byte / kSize % 2 * 8 + byte / kSize / 2 * kSize + byte % kSize);
+        }
+    } kOrder{};
+    return moved(clamped(even_ones, odd_ones), kOrder.bytes);
+}
+
+/// Memory is fetched while vectors are in work: only so are both busy at once.
+template <class T>
+HWY_INLINE void prefetch(const T* memory, std::size_t count) {
+    constexpr std::size_t kLine = 64 / sizeof(T);
+    for (std::size_t i = 0; i < count; i += kLine)
+        hwy::Prefetch(memory + i);
 }
 
 /// All bits set in the lanes of even columns, or of odd ones.

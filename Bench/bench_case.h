@@ -44,7 +44,12 @@ struct Group {
 /// Everything that CVorm::ConvertToRgb has a kernel for.
 std::vector<Group> groups_of(FrameSize size);
 
-/// What other libraries do with such frames, as their users would write it. Nothing where the program was built without them.
+/// Orders of the colour filter: bit 0 when the first site is green, bit 1 when the first row has blue.
+inline constexpr unsigned kPhases = 4;
+
+/// What other libraries do with such frames, as their users would write it: the demosaics, and those with all else that
+/// takes a similar way through memory. Nothing where the program was built without them.
+std::vector<Case> demosaic_peers_of(FrameSize size, Depths depths, const Colours& colours, unsigned phase);
 std::vector<Case> peers_of(FrameSize size, Depths depths, const Colours& colours);
 
 }  // namespace tovix::bench

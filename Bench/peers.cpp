@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Their colours have other orders and their filters other phases than ours, which costs nothing. All run in one thread.
+// Other libraries as their users would write it, in one thread.
 #include <dc1394/conversions.h>
 
 #include <cmath>
@@ -53,26 +53,33 @@ Convert opencv(FrameSize size, int code, Depths depths, const Colours& colours) 
     };
 }
 
-Convert dc1394(FrameSize size, dc1394bayer_method_t method, unsigned sample_bits) {
+Convert dc1394(FrameSize size, dc1394bayer_method_t method, dc1394color_filter_t filter, unsigned sample_bits) {
     return [=](unsigned char* image, const unsigned char* frame) {
         const auto width = size.width, height = size.height;
-        if (sample_bits == 8) {
-            return dc1394_bayer_decoding_8bit(frame, image, width, height, DC1394_COLOR_FILTER_RGGB, method) ==
-                   DC1394_SUCCESS;
-        }
+        if (sample_bits == 8)
+            return dc1394_bayer_decoding_8bit(frame, image, width, height, filter, method) == DC1394_SUCCESS;
         return dc1394_bayer_decoding_16bit(reinterpret_cast<const std::uint16_t*>(frame),
-                                           reinterpret_cast<std::uint16_t*>(image), width, height,
-                                           DC1394_COLOR_FILTER_RGGB, method, 16) == DC1394_SUCCESS;
+                                           reinterpret_cast<std::uint16_t*>(image), width, height, filter, method,
+                                           16) == DC1394_SUCCESS;
     };
 }
 
 constexpr struct {
     const char* name;
-    int code;
+    int code_by_phase[kPhases];
     bool takes_words;
-} kOpenCv[] = {{"opencv bilinear", cv::COLOR_BayerBG2BGR, true},
-               {"opencv EA", cv::COLOR_BayerBG2BGR_EA, true},
-               {"opencv VNG", cv::COLOR_BayerBG2BGR_VNG, false}};
+} kOpenCv[] = {
+    {"opencv bilinear",
+     {cv::COLOR_BayerRGGB2RGB, cv::COLOR_BayerGRBG2RGB, cv::COLOR_BayerBGGR2RGB, cv::COLOR_BayerGBRG2RGB},
+     true},
+    {"opencv EA",
+     {cv::COLOR_BayerRGGB2RGB_EA, cv::COLOR_BayerGRBG2RGB_EA, cv::COLOR_BayerBGGR2RGB_EA, cv::COLOR_BayerGBRG2RGB_EA},
+     true},
+    {"opencv VNG",
+     {cv::COLOR_BayerRGGB2RGB_VNG, cv::COLOR_BayerGRBG2RGB_VNG, cv::COLOR_BayerBGGR2RGB_VNG,
+      cv::COLOR_BayerGBRG2RGB_VNG},
+     false},
+};
 
 constexpr struct {
     const char* name;
@@ -81,34 +88,42 @@ constexpr struct {
                {"dc1394 bilinear", DC1394_BAYER_METHOD_BILINEAR}, {"dc1394 HQ linear", DC1394_BAYER_METHOD_HQLINEAR},
                {"dc1394 VNG", DC1394_BAYER_METHOD_VNG},           {"dc1394 AHD", DC1394_BAYER_METHOD_AHD}};
 
+constexpr dc1394color_filter_t kDc1394Filters[kPhases] = {DC1394_COLOR_FILTER_RGGB, DC1394_COLOR_FILTER_GRBG,
+                                                          DC1394_COLOR_FILTER_BGGR, DC1394_COLOR_FILTER_GBRG};
+
 }  // namespace
 
-std::vector<Case> peers_of(FrameSize size, Depths depths, const Colours& colours) {
+std::vector<Case> demosaic_peers_of(FrameSize size, Depths depths, const Colours& colours, unsigned phase) {
     cv::setNumThreads(1);
     std::vector<Case> peers;
     const bool from_bytes = depths.sample == 8, to_bytes = depths.pixel == 24, to_words = depths.pixel == 48;
     const bool plain = !colours.matrix && !colours.table;
-    for (const auto& [name, code, takes_words] : kOpenCv) {
+    for (const auto& [name, codes, takes_words] : kOpenCv) {
         // Its tables are for bytes.
         if (to_bytes || (to_words && takes_words && !colours.table))
-            peers.push_back({name, depths.sample, opencv(size, code, depths, colours)});
+            peers.push_back({name, depths.sample, opencv(size, codes[phase], depths, colours)});
     }
     for (const auto& [name, method] : kDc1394) {
         if (plain && (from_bytes ? to_bytes : to_words))
-            peers.push_back({name, depths.sample, dc1394(size, method, depths.sample)});
+            peers.push_back({name, depths.sample, dc1394(size, method, kDc1394Filters[phase], depths.sample)});
     }
-    if (plain && from_bytes && to_bytes) {
-        peers.push_back({"opencv GRAY2RGB", 8, [=](unsigned char* image, const unsigned char* frame) {
-                             cv::Mat pixels = image_at(size, CV_8UC3, image);
-                             cv::cvtColor(image_at(size, CV_8U, frame), pixels, cv::COLOR_GRAY2RGB);
-                             return true;
-                         }});
-    }
-    if (colours.matrix && !colours.table && from_bytes && to_bytes) {
+    return peers;
+}
+
+std::vector<Case> peers_of(FrameSize size, Depths depths, const Colours& colours) {
+    std::vector<Case> peers = demosaic_peers_of(size, depths, colours, 0);
+    if (depths.sample != 8 || depths.pixel != 24 || colours.table) return peers;
+    if (colours.matrix) {
         // Alone. What stands behind the frame makes it as long as an image.
         peers.push_back({"opencv transform", 8, [=](unsigned char* image, const unsigned char* frame) {
                              cv::Mat pixels = image_at(size, CV_8UC3, image);
                              cv::transform(image_at(size, CV_8UC3, frame), pixels, kMatrix);
+                             return true;
+                         }});
+    } else {
+        peers.push_back({"opencv GRAY2RGB", 8, [=](unsigned char* image, const unsigned char* frame) {
+                             cv::Mat pixels = image_at(size, CV_8UC3, image);
+                             cv::cvtColor(image_at(size, CV_8U, frame), pixels, cv::COLOR_GRAY2RGB);
                              return true;
                          }});
     }

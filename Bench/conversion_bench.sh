@@ -4,7 +4,7 @@
 # program: `edge/8to24` measures the conversions of that name and their peers, in seconds.
 set -eu
 cd "$(dirname "$0")/.."
-Tools/install_packages.sh g++ cmake ninja-build pkg-config libusb-1.0-0-dev libhwy-dev \
+Tools/install_packages.sh g++ cmake ninja-build pkg-config libusb-1.0-0-dev libhwy-dev libpng-dev zlib1g-dev \
     libopencv-core-dev libopencv-imgproc-dev libdc1394-dev >&2
 cmake --preset bench >&2
 cmake --build --preset bench --target conversion_bench >&2

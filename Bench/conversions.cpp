@@ -123,8 +123,8 @@ std::vector<Group> groups_of(FrameSize size) {
             }
             if (group.ours.empty()) continue;
             group.others.push_back(
-                {"floor", depths.sample, [size, touch](unsigned char* image, const unsigned char* frame) {
-                     return touch(image, frame, size.pixels());
+                {"floor", depths.sample, [size, touch_all = touch](unsigned char* image, const unsigned char* frame) {
+                     return touch_all(image, frame, size.pixels());
                  }});
             groups.push_back(std::move(group));
         }

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <iterator>
 
 namespace tovix::bench {
 namespace {
@@ -92,7 +91,7 @@ void print_goals(const std::vector<MeasuredGroup>& measured) {
 }
 
 void print_times(const std::vector<MeasuredGroup>& measured, FrameSize size) {
-    std::printf("\n| %s | memory: ms | median | by floor | cache: ms | median | by floor | by peers: memory, cache |\n",
+    std::printf("\n| %s | memory, ms | median | by floor | cache, ms | median | by floor | by peers: memory, cache |\n",
                 heading(size).c_str());
     std::printf("|---|---:|---:|---:|---:|---:|---:|---|\n");
     for (const MeasuredGroup& m : measured) {
@@ -117,15 +116,35 @@ void print_times(const std::vector<MeasuredGroup>& measured, FrameSize size) {
 }
 
 void print_variants(const std::vector<MeasuredGroup>& measured, FrameSize size) {
-    if (std::ranges::none_of(measured, [](const MeasuredGroup& m) { return m.group.variants; })) return;
-    std::printf("\n| %s | from memory | in cache |\n|---|---:|---:|\n", heading(size).c_str());
+    std::vector<std::string> names;  // of columns
+    for (const MeasuredGroup& m : measured) {
+        for (const Case& variant : m.group.variants ? m.group.ours : std::vector<Case>{}) {
+            if (std::ranges::find(names, variant.name) == names.end()) names.push_back(variant.name);
+        }
+    }
+    if (names.empty()) return;
+    names.erase(names.begin());  // the plain one
+
+    std::printf("\n| %s |", heading(size).c_str());
+    for (const std::string& name : names)
+        std::printf(" %s |", name.c_str());
+    std::printf("\n|---|");
+    for (std::size_t i = 0; i < names.size(); ++i)
+        std::printf("---:|");
+    std::printf("\n");
     for (const MeasuredGroup& m : measured) {
         if (!m.group.variants || m.size.pixels() != size.pixels()) continue;
-        for (auto variant = std::next(m.results.begin()); variant != m.results.end(); ++variant) {
+        std::printf("| %s |", m.group.name.c_str());
+        for (const std::string& name : names) {
+            const Result* const variant = find(m, name);
+            if (variant == nullptr) {
+                std::printf(" |");
+                continue;
+            }
             const Ratio ratio = *variant / m.results.front();
-            std::printf("| %s %s | %.2f | %.2f |\n", m.group.name.c_str(), variant->name.c_str(), ratio.memory,
-                        ratio.cache);
+            std::printf(" %.2f, %.2f |", ratio.memory, ratio.cache);
         }
+        std::printf("\n");
     }
 }
 

@@ -1,4 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "bench_case.h"
 
-void add_peers(std::vector<Case>&, FrameSize) {}
+namespace tovix::bench {
+
+std::vector<Case> demosaic_peers_of(FrameSize, Depths, const Colours&, unsigned) {
+    return {};
+}
+
+std::vector<Case> peers_of(FrameSize, Depths, const Colours&) {
+    return {};
+}
+
+}  // namespace tovix::bench

@@ -6,28 +6,37 @@
 #include <tovixapi/tovixapi.h>
 #include <tovixapi/vorm.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <numeric>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "bench_case.h"
+
 namespace {
+
+using namespace tovix::bench;
 
 struct Method {
     const char* name;
     std::uint32_t method;
+    unsigned channels = 3;
 };
 constexpr Method kMethods[] = {{"zurno", TOVIX_DEMOSAIC_ZURNO},
                                {"edge", TOVIX_DEMOSAIC_EDGE},
-                               {"four-colour", TOVIX_DEMOSAIC_FOUR_COLOUR},
+                               {"four-colour", TOVIX_DEMOSAIC_FOUR_COLOUR, 4},
                                {"quelt", TOVIX_DEMOSAIC_QUELT},
                                {"nearest", TOVIX_DEMOSAIC_NEAREST}};
-constexpr std::uint32_t kPhases[] = {0, TOVIX_IMAGE_GREEN_FIRST, TOVIX_IMAGE_BLUE_ROW,
-                                     TOVIX_IMAGE_BLUE_ROW | TOVIX_IMAGE_GREEN_FIRST};
-constexpr std::uint32_t kBorder = 16;  // pixels that do not count: fewer neighbours, other arithmetic
+constexpr std::uint32_t kFlagsByPhase[kPhases] = {0, TOVIX_IMAGE_GREEN_FIRST, TOVIX_IMAGE_BLUE_ROW,
+                                                  TOVIX_IMAGE_BLUE_ROW | TOVIX_IMAGE_GREEN_FIRST};
+constexpr std::uint32_t kBorder = 16;          // pixels that do not count: fewer neighbours, other arithmetic
+constexpr std::uint32_t kOpenCvVngRowsUp = 2;  // in 4.6; counted in place that would cost 10 dB
+constexpr double kMostBetweenPhases = 3;       // dB; with a wrong phase an image is worse by ten or more
 
 /// Red, green and blue, row by row. Sides are even.
 struct Photograph {
@@ -57,8 +66,8 @@ Photograph read_ppm(const std::string& name) {
     return photograph;
 }
 
-std::vector<std::uint8_t> mosaic(const Photograph& photograph, std::uint32_t phase) {
-    const bool blue_row_first = phase & TOVIX_IMAGE_BLUE_ROW, green_first = phase & TOVIX_IMAGE_GREEN_FIRST;
+std::vector<std::uint8_t> mosaic(const Photograph& photograph, unsigned phase) {
+    const bool green_first = phase & 1, blue_row_first = phase & 2;
     std::vector<std::uint8_t> samples;
     for (std::uint32_t y = 0; y < photograph.height; ++y) {
         for (std::uint32_t x = 0; x < photograph.width; ++x) {
@@ -69,69 +78,108 @@ std::vector<std::uint8_t> mosaic(const Photograph& photograph, std::uint32_t pha
     return samples;
 }
 
-/// Of the mean square over all channels and all four phases of the mosaic.
-double psnr(const Photograph& photograph, std::uint32_t method) {
-    CVorm vorm;
-    double squares = 0, count = 0;
-    for (const std::uint32_t phase : kPhases) {
-        const std::vector<std::uint8_t> samples = mosaic(photograph, phase);
-        std::vector<std::uint8_t> image(samples.size() * 4);
-        tovix_image_format format{};
-        format.size = sizeof format;
-        format.width = photograph.width;
-        format.height = photograph.height;
-        format.flags = phase;
-        tovix_conversion_params params{};
-        params.size = 12;  // the short form: neither flips nor tables
-        params.demosaic_method = method;
-        params.correction_matrix = TOVIX_MATRIX_NONE;
-        if (vorm.ConvertToRgb(image.data(), samples.data(), 32, &format, &params) != TOVIX_OK)
-            throw std::runtime_error("a mosaic was not converted");
+/// A way to convert mosaics of one size and phase.
+struct Demosaic {
+    Case convert;
+    unsigned channels;          // a fourth is a second green
+    std::uint32_t rows_up = 0;  // by which images are displaced
+};
 
-        for (std::uint32_t y = kBorder; y < photograph.height - kBorder; ++y) {
-            for (std::uint32_t x = kBorder; x < photograph.width - kBorder; ++x) {
-                const std::uint8_t* const pixel = &image[(std::size_t{y} * photograph.width + x) * 4];
-                const bool two_greens = method == TOVIX_DEMOSAIC_FOUR_COLOUR;
-                const int green = two_greens ? (pixel[1] + pixel[3] + 1) / 2 : pixel[1];
-                const int red_error = pixel[0] - photograph.at(x, y, 0);
-                const int green_error = green - photograph.at(x, y, 1);
-                const int blue_error = pixel[2] - photograph.at(x, y, 2);
-                squares += red_error * red_error + green_error * green_error + blue_error * blue_error;
-                count += 3;
-            }
-        }
-    }
-    return 10 * std::log10(255.0 * 255.0 * count / squares);
+Demosaic ours(FrameSize size, const Method& method, unsigned phase) {
+    tovix_image_format format{};
+    format.size = sizeof format;
+    format.width = size.width;
+    format.height = size.height;
+    format.flags = kFlagsByPhase[phase];
+    tovix_conversion_params params{};
+    params.size = 12;  // the short form: neither flips nor tables
+    params.demosaic_method = method.method;
+    params.correction_matrix = TOVIX_MATRIX_NONE;
+    const unsigned channels = method.channels;
+    return {{method.name, 8,
+             [=](unsigned char* image, const unsigned char* frame) {
+                 return CVorm().ConvertToRgb(image, frame, 8 * channels, &format, &params) == TOVIX_OK;
+             }},
+            channels};
 }
 
-void print_row(const std::string& name, const std::vector<double>& values) {
-    std::printf("| %-15s |", name.c_str());
-    for (std::size_t i = 0; i < values.size(); ++i)
-        std::printf(" %*.1f |", static_cast<int>(std::string(kMethods[i].name).size()), values[i]);
-    std::printf("\n");
+std::vector<Demosaic> demosaics(FrameSize size, unsigned phase) {
+    std::vector<Demosaic> all;
+    for (const Method& method : kMethods)
+        all.push_back(ours(size, method, phase));
+    for (const Case& peer : demosaic_peers_of(size, {8, 24}, kColours[0], phase))
+        all.push_back({peer, 3, peer.name == "opencv VNG" ? kOpenCvVngRowsUp : 0});
+    return all;
+}
+
+double mean_square(const Photograph& photograph, const std::vector<std::uint8_t>& image, const Demosaic& by) {
+    double squares = 0, count = 0;
+    for (std::uint32_t y = kBorder; y < photograph.height - kBorder; ++y) {
+        for (std::uint32_t x = kBorder; x < photograph.width - kBorder; ++x) {
+            const std::uint8_t* const pixel =
+                &image[(std::size_t{y - by.rows_up} * photograph.width + x) * by.channels];
+            const int green = by.channels == 4 ? (pixel[1] + pixel[3] + 1) / 2 : pixel[1];
+            const int red_error = pixel[0] - photograph.at(x, y, 0);
+            const int green_error = green - photograph.at(x, y, 1);
+            const int blue_error = pixel[2] - photograph.at(x, y, 2);
+            squares += red_error * red_error + green_error * green_error + blue_error * blue_error;
+            count += 3;
+        }
+    }
+    return squares / count;
+}
+
+double decibels(double mean_square) {
+    return 10 * std::log10(255.0 * 255.0 / mean_square);
+}
+
+/// Of each demosaic, over all four phases of the mosaic.
+std::vector<double> psnr(const Photograph& photograph) {
+    const FrameSize size{photograph.width, photograph.height};
+    std::vector<std::vector<double>> squares;  // by demosaic, then by phase
+    for (unsigned phase = 0; phase < kPhases; ++phase) {
+        const std::vector<std::uint8_t> samples = mosaic(photograph, phase);
+        const std::vector<Demosaic> all = demosaics(size, phase);
+        squares.resize(all.size());
+        for (std::size_t i = 0; i < all.size(); ++i) {
+            std::vector<std::uint8_t> image(samples.size() * all[i].channels);
+            if (!all[i].convert.convert(image.data(), samples.data()))
+                throw std::runtime_error(all[i].convert.name + " did not convert a mosaic");
+            squares[i].push_back(mean_square(photograph, image, all[i]));
+        }
+    }
+    std::vector<double> values;
+    for (const std::vector<double>& by_phase : squares) {
+        const auto [best, worst] = std::ranges::minmax(by_phase);
+        if (decibels(best) - decibels(worst) > kMostBetweenPhases)
+            throw std::runtime_error("the phases of method " + std::to_string(values.size()) + " differ too much");
+        values.push_back(decibels(std::accumulate(by_phase.begin(), by_phase.end(), 0.0) / kPhases));
+    }
+    return values;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) try {
     if (argc < 2) throw std::runtime_error("usage: rendering_error PHOTOGRAPH.ppm...");
-    std::string head = "| PSNR, dB        |", rule = "|---|";
-    for (const Method& method : kMethods) {
-        head.append(" ").append(method.name).append(" |");
-        rule += "---:|";
-    }
-    std::printf("%s\n%s\n", head.c_str(), rule.c_str());
-    std::vector<double> means(std::size(kMethods));
+    std::string head = "| PSNR, dB |", rule = "|---|";
+    std::vector<std::vector<double>> columns;
     for (int i = 1; i < argc; ++i) {
-        const Photograph photograph = read_ppm(argv[i]);
-        std::vector<double> values;
-        for (const Method& method : kMethods) {
-            values.push_back(psnr(photograph, method.method));
-            means[values.size() - 1] += values.back() / (argc - 1);
-        }
-        print_row(std::filesystem::path(argv[i]).stem(), values);
+        head += " " + std::filesystem::path(argv[i]).stem().string() + " |";
+        rule += "---:|";
+        columns.push_back(psnr(read_ppm(argv[i])));
     }
-    print_row("mean", means);
+    std::printf("%s mean |\n%s---:|\n", head.c_str(), rule.c_str());
+    const std::vector<Demosaic> rows = demosaics({2, 2}, 0);
+    for (std::size_t row = 0; row < rows.size(); ++row) {
+        std::printf("| %s |", rows[row].convert.name.c_str());
+        double sum = 0;
+        for (const std::vector<double>& column : columns) {
+            std::printf(" %.1f |", column[row]);
+            sum += column[row];
+        }
+        std::printf(" %.1f |\n", sum / static_cast<double>(columns.size()));
+    }
     return 0;
 } catch (const std::exception& error) {
     std::fprintf(stderr, "error: %s\n", error.what());

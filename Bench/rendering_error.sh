@@ -4,7 +4,8 @@
 # one of them brings fifty others. The landscapes are JPEG files; half their size is free of what compression did to them.
 set -eu
 cd "$(dirname "$0")/.."
-Tools/install_packages.sh g++ cmake ninja-build pkg-config libusb-1.0-0-dev libhwy-dev libbenchmark-dev netpbm >&2
+Tools/install_packages.sh g++ cmake ninja-build pkg-config libusb-1.0-0-dev libhwy-dev libpng-dev zlib1g-dev \
+    libopencv-core-dev libopencv-imgproc-dev libdc1394-dev netpbm >&2
 cmake --preset bench >&2
 cmake --build --preset bench --target rendering_error >&2
 

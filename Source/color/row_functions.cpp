@@ -87,6 +87,9 @@ namespace tovix::color {
 HWY_EXPORT(functions);
 
 const RowFunctionSet* row_functions() {
+    // Where one kind of vectors is compiled, as on Arm, a dispatch does not look at what was chosen.
+    constexpr std::size_t kNoVectors = HWY_MAX_DYNAMIC_TARGETS + 1;
+    if (hwy::GetChosenTarget().GetIndex() == kNoVectors) return nullptr;
     return HWY_DYNAMIC_DISPATCH(functions)();
 }
 

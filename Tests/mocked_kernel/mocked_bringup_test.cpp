@@ -224,6 +224,40 @@ TEST(MockedStreams, TwoOfThreeCamerasAtOnce) {
     EXPECT_EQ(count_cameras(), 3);
 }
 
+TEST(MockedStreams, TheKernelWritesIntoTheRingItself) {
+    MockedBus bus;
+    SimulatedCameraModel& model = bus.attach("mira13c");
+    struct Range {
+        const std::uint8_t* begin;
+        std::size_t size;
+    };
+    std::vector<Range> reads;
+    model.observe_reads([&](const tovix::mocked_kernel::BulkRead& read) {
+        reads.push_back({static_cast<const std::uint8_t*>(read.destination()), read.size()});
+    });
+    _tovix* camera = opened(0x0113);
+    start(camera, kSmall);
+    take_frames(camera, 10);
+    EXPECT_EQ(tovix_stop_streaming(camera), 0);
+    model.observe_reads({});
+
+    std::size_t frames_into[kStreamBuffers] = {}, bytes = 0;
+    const std::size_t frame_bytes = tovix_get_video_frame_size(camera);
+    for (const Range& read : reads) {
+        bytes += read.size;
+        const auto* const buffer = std::ranges::find_if(camera->stream.buffers, [&](const stream_buffer& each) {
+            return read.begin >= each.data && read.begin + read.size <= each.data + frame_bytes;
+        });
+        ASSERT_NE(buffer, std::end(camera->stream.buffers)) << read.size << " bytes go somewhere else";
+        frames_into[buffer - camera->stream.buffers] += read.begin == buffer->data;
+    }
+    EXPECT_EQ(bytes, (frames_into[0] + frames_into[1] + frames_into[2]) * frame_bytes);
+    for (const std::size_t frames : frames_into)
+        EXPECT_GE(frames, 1u);
+    EXPECT_EQ(tovix_disable_streaming(camera), 0);
+    EXPECT_EQ(tovix_camera_close(&camera), 0);
+}
+
 TEST(MockedStreams, AStalledPipeIsClearedAndGoesOn) {
     MockedBus bus;
     SimulatedCameraModel& model = bus.attach("mira13c");

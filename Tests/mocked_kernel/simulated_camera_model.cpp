@@ -74,6 +74,11 @@ SimulatedCameraModel::Access::Access(SimulatedCameraModel& camera) : camera_(cam
     camera_.device_.advance(camera_.clock_.now_us());
 }
 
+void SimulatedCameraModel::observe_reads(std::function<void(const BulkRead&)> observer) {
+    const std::lock_guard lock(mutex_);
+    read_observer_ = std::move(observer);
+}
+
 void SimulatedCameraModel::unplug() {
     access()->unplug();
     wait_for_kernel();
@@ -161,6 +166,7 @@ Outcome SimulatedCameraModel::bulk_out(std::uint8_t endpoint, std::span<const st
 
 void SimulatedCameraModel::bulk_in(std::uint8_t endpoint, std::shared_ptr<BulkRead> read) {
     const Access device = access();
+    if (read_observer_) read_observer_(*read);
     if (reachable()) device->bulk_in(endpoint, reads_.emplace_back(*this, std::move(read)));
 }
 

@@ -11,6 +11,7 @@
 #pragma once
 
 #include <condition_variable>
+#include <functional>
 #include <list>
 #include <mutex>
 #include <thread>
@@ -42,6 +43,9 @@ class SimulatedCameraModel final : public UsbDeviceModel {
         const std::lock_guard<std::mutex> lock_;
     };
     Access access() { return Access(*this); }
+
+    /// To be told of every read that the host queues.
+    void observe_reads(std::function<void(const BulkRead&)> observer);
 
     /// Return when the kernel has noticed.
     void unplug();
@@ -76,6 +80,7 @@ class SimulatedCameraModel final : public UsbDeviceModel {
     mutable std::mutex mutex_;  // guards everything below
     std::condition_variable changed_;
     simulator::Device device_;
+    std::function<void(const BulkRead&)> read_observer_;
     std::list<PassedOnRead> reads_;      // under way in the device
     std::uint32_t node_generation_ = 0;  // of the device that the node shows; 0: there is no node
     bool node_moves_ = false;            // it is being plugged or unplugged

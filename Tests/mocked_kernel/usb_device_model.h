@@ -34,6 +34,8 @@ class BulkRead {
   public:
     virtual ~BulkRead() = default;
     virtual std::size_t size() const = 0;
+    /// Where the host wants the bytes.
+    virtual const void* destination() const = 0;
     /// Send bytes. The read goes on; if it is cancelled now, the host has these. From any thread.
     virtual void deliver(std::span<const std::uint8_t> bytes) = 0;
     /// End the read; as an overrun if more was delivered than fits. From any thread.

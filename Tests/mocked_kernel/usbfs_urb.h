@@ -30,9 +30,11 @@ class UsbfsNode::Urb final : public BulkRead {
         const auto& raw = get<usbdevfs_urb>(data);
         endpoint = raw.endpoint;
         length = static_cast<std::size_t>(raw.buffer_length);
+        buffer_address = raw.buffer;
     }
 
     std::size_t size() const override { return length; }
+    const void* destination() const override { return buffer_address; }
     void deliver(std::span<const std::uint8_t> bytes) override {
         const std::shared_ptr<UsbfsNode> owner = node.lock();
         if (owner == nullptr) return;
@@ -53,6 +55,7 @@ class UsbfsNode::Urb final : public BulkRead {
     const unsigned long address;  // by which the library calls it
     unsigned endpoint = 0;
     std::size_t length = 0;
+    const void* buffer_address = nullptr;
 
     // Guarded by the node's mutex.
     Data buffer;                         // the library's buffer, where it has been looked at

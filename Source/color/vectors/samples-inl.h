@@ -22,12 +22,12 @@ template <class D>
 constexpr auto kLargest = static_cast<hn::TFromD<Wide<D>>>((hn::TFromD<Wide<D>>{1} << kBits<D>)-1);
 
 template <class D, class V>
-HWY_INLINE auto even(D d, V v) {
+HWY_INLINE auto even(D, V v) {
     const Wide<D> wide;
     return hn::And(hn::BitCast(wide, v), hn::Set(wide, kLargest<D>));
 }
 template <class D, class V>
-HWY_INLINE auto odd(D d, V v) {
+HWY_INLINE auto odd(D, V v) {
     const Wide<D> wide;
     return hn::BitCast(wide, hn::ShiftRight<kBits<D>>(hn::BitCast(hn::RebindToUnsigned<Wide<D>>(), v)));
 }

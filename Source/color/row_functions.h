@@ -36,12 +36,11 @@ struct RowJob {
     std::ptrdiff_t left = -1;  // 1 where rules are to take the right neighbour for the left one
 
     // From samples to pixels: which colours are missing is known of every site, so every pixel comes out whole.
-    T* image = nullptr;  // exactly `width` pixels are written. Zurno begins at the first site that lacks green
-    const T* next_image = nullptr;   // of the row that will be made next
-    bool mirrored = false;           // column 0 is stored last
+    T* image = nullptr;     // exactly `width` pixels are written. Zurno begins at the first site that lacks green
+    bool mirrored = false;  // column 0 is stored last
     const short* weights = nullptr;  // of the colour matrix, 3 rows of 4, 4096 = 1.0; for functions with a matrix
 
-    // The frame's row that will be wanted next, and not in order
+    // The frame's row that will be wanted next, if processors do not foresee that.
     const std::uint8_t* next_samples = nullptr;
     std::size_t sample_bytes = 1;
 };

@@ -74,13 +74,13 @@ class StripSweep {
     void run(std::int64_t begin, std::int64_t end) {
         begin_ = begin, end_ = end;
         rows_fetched_ = greens_filled_ = 0;
-        for (std::int64_t y = 0; y < height_; ++y) {
-            for (; zurno_ && greens_filled_ < std::min(y + 2, height_); ++greens_filled_) {
+        for (std::int64_t i = 0; i < height_; ++i) {
+            for (; zurno_ && greens_filled_ < std::min(i + 2, height_); ++greens_filled_) {
                 fetch_up_to(greens_filled_ + 2);
                 fill_greens(greens_filled_);
             }
-            fetch_up_to(y + 1);
-            make(y);
+            fetch_up_to(i + 1);
+            make(i);
         }
     }
 
@@ -101,9 +101,12 @@ class StripSweep {
     Site site(std::int64_t y) const { return origin_.in_row(y); }
     bool at_rim(std::int64_t y) const { return y == 0 || y == height_ - 1; }
 
-    void fetch_up_to(std::int64_t y) {
-        for (; rows_fetched_ <= std::min(y, height_ - 1); ++rows_fetched_)
-            fetch(rows_fetched_);
+    /// Images are stored from the first row on, whatever the order of rows is.
+    std::int64_t row_at(std::int64_t i) const { return backwards_ ? height_ - 1 - i : i; }
+
+    void fetch_up_to(std::int64_t i) {
+        for (; rows_fetched_ <= std::min(i, height_ - 1); ++rows_fetched_)
+            fetch(row_at(rows_fetched_));
     }
 
     std::int64_t frame_row(std::int64_t y) const { return place_.frame_row(upright_ ? y : height_ - 1 - y); }
@@ -162,7 +165,8 @@ class StripSweep {
         return static_cast<T*>(what_.image) + (row * width_ + (place_.mirrored ? width_ - end_ : begin_)) * pixel_size_;
     }
 
-    void make(std::int64_t y) {
+    void make(std::int64_t i) {
+        const std::int64_t y = row_at(i);
         T* const image = image_of(y);
         rows_.make[static_cast<int>(rule(y))][pixel_size_ == 4][what_.weights != nullptr]({
             .raw = raw_window(y),
@@ -172,10 +176,9 @@ class StripSweep {
             .green_first = site(y).green,
             .left = from_right_ ? 1 : -1,
             .image = image,
-            .next_image = image_of(std::min(y + 1, height_ - 1)),
             .mirrored = place_.mirrored,
             .weights = what_.weights,
-            .next_samples = read_.bytes(frame_row(inside(y + 2)) * width_ + begin_),
+            .next_samples = in_order_ ? nullptr : read_.bytes(frame_row(row_at(inside(i + 2))) * width_ + begin_),
             .sample_bytes = Reader::kSampleBytes,
         });
 
@@ -248,7 +251,9 @@ class StripSweep {
     const std::int64_t width_ = place_.size.width, height_ = place_.size.height;
     const bool frame_order_ = what_.order == RuleOrder::kFrame;  // of rows, and of what is left
     const bool upright_ = place_.top_down || frame_order_;
-    const bool from_right_ = place_.mirrored && !frame_order_;  // the rule's first column is the last of the frame
+    const bool backwards_ = frame_order_ && !place_.top_down;
+    const bool in_order_ = place_.top_down && !place_.mirrored;  // samples are read as they stand in the frame
+    const bool from_right_ = place_.mirrored && !frame_order_;   // the rule's first column is the last of the frame
     const bool corner_of_bytes_ = Reader::kSampleBytes == 1 && frame_order_;  // of the direct kernels on 8-bit frames
     const bool zurno_ = what_.method == Method::kZurno;
     const int pixel_size_ = what_.layout == Layout::kRgb32 ? 4 : 3;

@@ -131,21 +131,19 @@ HWY_INLINE void make_row(const RowJob<T>& job) {
     constexpr std::size_t kLanes = hn::MaxLanes(Tag<T>());
     const Matrix matrix(kMatrix ? job.weights : kNoWeights, !job.red_row);
     Around<T> at(job);
-    // Whatever the order of columns, the row is stored from its beginning on: processors foresee that, and with some help
-    // have the memory at hand. They do not foresee samples that are read backwards.
+    // Whatever the order of columns, the row is stored from its beginning on, and rows follow one another: processors foresee
+    // that, but not as far as it takes.
     const std::size_t first = Rule::first_column(job.green_first);
     const std::size_t last = first + (job.width - 1 - first) / kLanes * kLanes;
     const std::size_t step = job.mirrored ? std::size_t{0} - kLanes : kLanes;
     const std::size_t end = (job.mirrored ? first : last) + step;
     constexpr std::ptrdiff_t kAhead = 3072 / sizeof(T);
-    const T* const row_end = job.image + job.width * kChannels;
-    const std::ptrdiff_t to_next_row = job.next_image - row_end;
     T* pixels = job.image + (job.mirrored ? 0 : first * kChannels);
     for (std::size_t x = job.mirrored ? last : first; x != end; x += step) {
         at.go_to(x);
         const Colours<T> c = Rule::colours(at);
-        prefetch(pixels + kAhead + (row_end - pixels > kAhead ? 0 : to_next_row), kChannels * kLanes);
-        if (job.mirrored)
+        prefetch(pixels + kAhead, kChannels * kLanes);
+        if (job.next_samples != nullptr)
             prefetch(job.next_samples + (pixels - job.image) / kChannels * job.sample_bytes, kLanes * job.sample_bytes);
         const auto store_at = [&](T* where) HWY_ATTR {
             store<kChannels, kMatrix>(where, job.mirrored, kRowColourFirst ? c.row : c.cross, c.green,

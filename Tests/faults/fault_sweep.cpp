@@ -1,0 +1,208 @@
+// SPDX-License-Identifier: Apache-2.0
+// Fails every operation of every scenario in turn, in every way in which it can fail.
+//
+//   fault_sweep [--every K] [CASE]
+//
+// A case is named scenario/kind/number of the operation/once or onwards; CASE is the beginning of such names. --every runs
+// each K-th case. The first crash or hang names its case and ends the run.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <thread>
+
+#include "scenarios.h"
+
+#ifdef __SANITIZE_ADDRESS__
+#include <sanitizer/common_interface_defs.h>
+#include <sanitizer/lsan_interface.h>
+#endif
+
+namespace tovix::faults {
+namespace {
+
+constexpr int kPatienceTicks = 300;  // of 0.1 s: ticks and not time, since the whole process may be stopped for a while
+constexpr unsigned kCasesBetweenLeakChecks = 200;
+
+int report_file = STDOUT_FILENO;
+char running[160] = "";  // name of the case, for whoever has to say where it ended
+
+void say_running(const char* what) {
+    const auto put = [](const char* text) {
+        [[maybe_unused]] const auto done = write(report_file, text, strlen(text));
+    };
+    put(what), put(running), put("\n");
+}
+
+void crashed(int signal) {
+    say_running("CRASH in ");
+    std::signal(signal, SIG_DFL);
+    std::raise(signal);
+}
+
+/// Ends the process when a case does not end.
+class Watchdog {
+  public:
+    void case_begins() { ticks_ = 0; }
+
+  private:
+    std::atomic<int> ticks_{0};
+    std::jthread thread_{[this](const std::stop_token& over) {
+        while (!over.stop_requested()) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            if (++ticks_ < kPatienceTicks) continue;
+            say_running("HANG in ");
+            std::abort();
+        }
+    }};
+};
+
+/// What the library prints goes nowhere; what this program and the sanitizers have to say does not.
+void silence_library() {
+    report_file = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 10);
+    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    dup2(nowhere, STDOUT_FILENO);
+    dup2(nowhere, STDERR_FILENO);
+    close(nowhere);
+#ifdef __SANITIZE_ADDRESS__
+    __sanitizer_set_report_fd(reinterpret_cast<void*>(static_cast<std::intptr_t>(report_file)));  // NOLINT
+    __sanitizer_set_death_callback([] { say_running("SANITIZER in "); });
+#endif
+}
+
+bool leaked() {
+#ifdef __SANITIZE_ADDRESS__
+    return __lsan_do_recoverable_leak_check() != 0;
+#else
+    return false;
+#endif
+}
+
+struct Figures {
+    std::uint32_t cases = 0, not_reached = 0, failed = 0;
+};
+
+class Sweep {
+  public:
+    Sweep(std::string_view wanted, unsigned every) : wanted_(wanted), every_(every) {}
+
+    bool run(const Scenario& scenario) {
+        std::snprintf(running, sizeof running, "%s/count", scenario.name);
+        if (!play(scenario, std::nullopt).empty()) failed("", scenario);
+        Figures figures;
+        std::vector<Site> traces[4];
+        std::size_t operations = 0;
+        for (const Domain domain : {Domain::kPlatform, Domain::kMemory, Domain::kThreads, Domain::kFiles}) {
+            auto& trace = traces[static_cast<std::size_t>(domain)] = injector().trace(domain);
+            operations += trace.size();
+        }
+        for (std::size_t i = 0; i < kKinds; ++i) {
+            const auto kind = static_cast<Kind>(i);
+            const auto& trace = traces[static_cast<std::size_t>(domain_of(kind))];
+            for (std::uint32_t index = 0; index < trace.size(); ++index) {
+                if (!is_possible(trace[index], kind)) continue;
+                for (const bool onwards : {false, true}) {
+                    if (onwards && happens_once(kind)) continue;
+                    run_case(scenario, {kind, index, onwards}, figures);
+                }
+            }
+        }
+        if (figures.cases == 0) return true;
+        dprintf(report_file, "%-24s %5zu operations  %6u cases  %4u not reached  %u failed\n", scenario.name,
+                operations, figures.cases, figures.not_reached, figures.failed);
+        total_.cases += figures.cases;
+        total_.not_reached += figures.not_reached;
+        total_.failed += figures.failed;
+        return figures.failed == 0;
+    }
+
+    const Figures& total() const { return total_; }
+
+  private:
+    static bool happens_once(Kind kind) {
+        return kind == Kind::kUnplug || kind == Kind::kReplug || kind == Kind::kFileInterrupted;
+    }
+
+    void run_case(const Scenario& scenario, const Target& target, Figures& figures) {
+        std::snprintf(running, sizeof running, "%s/%s/%u/%s", scenario.name, name_of(target.kind).data(), target.index,
+                      target.onwards ? "onwards" : "once");
+        if (!std::string_view(running).starts_with(wanted_) || number_++ % every_ != 0) return;
+        ++figures.cases;
+        const Footprint before = Footprint::now();
+        Findings findings = play(scenario, target);
+        if (injector().strikes() == 0) ++figures.not_reached;
+        Footprint after = Footprint::now();
+        // A thread that has been joined may take a moment to leave the list of threads.
+        for (int i = 0; i < 1000 && after != before; ++i, after = Footprint::now())
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        if (after.objects != before.objects) findings.emplace_back("platform objects are left over");
+        if (after.descriptors != before.descriptors) findings.emplace_back("files are left open");
+        if (after.threads != before.threads) findings.emplace_back("threads are left over");
+        if (++since_leak_check_ % kCasesBetweenLeakChecks == 0 && leaked())
+            findings.emplace_back("memory leaked, here or since the last check");
+        for (const std::string& finding : findings)
+            dprintf(report_file, "%s: %s\n", running, finding.c_str());
+        figures.failed += !findings.empty();
+    }
+
+    Findings play(const Scenario& scenario, const std::optional<Target>& target) {
+        Findings findings;
+        watchdog_.case_begins();
+        World world(findings);
+        scenario.prepare(world);
+        injector().begin(target);
+        {
+            const Counted counted;
+            scenario.act(world);
+        }
+        injector().end();
+        world.prove_health();
+        return findings;
+    }
+
+    void failed(const char*, const Scenario& scenario) {
+        dprintf(report_file, "%s: fails without any fault\n", scenario.name);
+        ++total_.failed;
+    }
+
+    const std::string_view wanted_;
+    const unsigned every_;
+    unsigned number_ = 0, since_leak_check_ = 0;
+    Figures total_;
+    Watchdog watchdog_;
+};
+
+int main_of(std::string_view wanted, unsigned every) {
+    silence_library();
+    for (const int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGABRT})
+        std::signal(signal, &crashed);
+    Sweep sweep(wanted, every);
+    for (const Scenario& scenario : scenarios())
+        sweep.run(scenario);
+    const Figures& total = sweep.total();
+    const bool leaks = leaked();
+    dprintf(report_file, "%u cases, %u failed%s\n", total.cases, total.failed, leaks ? ", memory leaked" : "");
+    return total.failed != 0 || leaks || total.cases == 0 ? 1 : 0;
+}
+
+}  // namespace
+}  // namespace tovix::faults
+
+int main(int argc, char** argv) {
+    unsigned every = 1;
+    std::string_view wanted;
+    for (int i = 1; i < argc; ++i) {
+        if (std::string_view(argv[i]) == "--every" && i + 1 < argc) {
+            every = static_cast<unsigned>(std::max(std::atoi(argv[++i]), 1));
+        } else {
+            wanted = argv[i];
+        }
+    }
+    return tovix::faults::main_of(wanted, every);
+}

@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: Apache-2.0
+// What is done with cameras while faults strike.
+#pragma once
+
+#include <span>
+
+#include "world.h"
+
+namespace tovix::faults {
+
+struct Scenario {
+    const char* name;
+    void (*prepare)(World& world);  // without faults
+    void (*act)(World& world);      // operations count from here on
+};
+
+std::span<const Scenario> scenarios();
+
+}  // namespace tovix::faults

@@ -18,6 +18,7 @@ namespace tovix::faults {
 
 /// What the library asks something of. Operations are counted for each apart.
 enum class Domain : std::uint8_t { kPlatform, kMemory, kThreads, kFiles };
+inline constexpr std::size_t kDomains = 4;
 
 enum class Kind : std::uint8_t {
     kStall,
@@ -83,10 +84,10 @@ class Injector {
 
   private:
     std::mutex mutex_;
-    bool active_ = false;           // guarded by mutex_
-    std::optional<Target> target_;  // guarded by mutex_
-    std::vector<Site> traces_[4];   // guarded by mutex_ while active
-    std::uint32_t strikes_ = 0;     // guarded by mutex_ while active
+    bool active_ = false;                 // guarded by mutex_
+    std::optional<Target> target_;        // guarded by mutex_
+    std::vector<Site> traces_[kDomains];  // guarded by mutex_ while active
+    std::uint32_t strikes_ = 0;           // guarded by mutex_ while active
 };
 
 Injector& injector();

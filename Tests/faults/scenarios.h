@@ -16,4 +16,8 @@ struct Scenario {
 
 std::span<const Scenario> scenarios();
 
+/// That of the tool, where the tool is built.
+void attach_for_capture(World& world);
+void capture(World& world);
+
 }  // namespace tovix::faults

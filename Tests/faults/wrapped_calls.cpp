@@ -140,5 +140,21 @@ int __wrap_fstat(int file, struct stat* status) {
     return -1;
 }
 
+// A member function of std::thread, whose object comes as the first argument.
+using ThreadState = std::unique_ptr<std::thread::_State>;
+void __real__ZNSt6thread15_M_start_threadESt10unique_ptrINS_6_StateESt14default_deleteIS1_EEPFvvE(std::thread* thread,
+                                                                                                  ThreadState state,
+                                                                                                  void (*depend)());
+void __wrap__ZNSt6thread15_M_start_threadESt10unique_ptrINS_6_StateESt14default_deleteIS1_EEPFvvE(std::thread* thread,
+                                                                                                  ThreadState state,
+                                                                                                  void (*depend)()) {
+    if (fails(Site::kThreadStart)) {
+        const Uncounted own;
+        throw std::system_error(EAGAIN, std::generic_category());
+    }
+    __real__ZNSt6thread15_M_start_threadESt10unique_ptrINS_6_StateESt14default_deleteIS1_EEPFvvE(
+        thread, std::move(state), depend);
+}
+
 }  // extern "C"
 // NOLINTEND

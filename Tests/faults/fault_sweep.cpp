@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -17,7 +18,9 @@
 #include <map>
 #include <thread>
 
+#include "neighbour.h"
 #include "scenarios.h"
+#include "unplug_moments.h"
 
 #ifdef __SANITIZE_ADDRESS__
 #include <sanitizer/common_interface_defs.h>
@@ -97,7 +100,7 @@ class Sweep {
         std::snprintf(running, sizeof running, "%s/without faults", scenario.name);
         Figures figures;
         report(play(scenario, std::nullopt), figures);
-        std::vector<Site> traces[kDomains];
+        std::array<std::vector<Site>, kDomains> traces;
         for (std::size_t i = 0; i < kDomains; ++i)
             traces[i] = injector().trace(static_cast<Domain>(i));
         for (std::size_t i = 0; i < kKinds; ++i) {
@@ -110,17 +113,33 @@ class Sweep {
             }
         }
         print(scenario.name, figures, traces);
-        total_.cases += figures.cases;
-        total_.not_reached += figures.not_reached;
-        total_.failed += figures.failed;
+        add(figures);
+    }
+
+    void run_unplugging() {
+        if (!wanted_.empty() && !wanted_.starts_with("unplug")) return;
+        Figures figures;
+        Footprint before{};
+        const LongestWaits longest = unplug_at_every_moment(
+            [&](const std::string& name) {
+                std::snprintf(running, sizeof running, "%s", name.c_str());
+                watchdog_.case_begins();
+                before = Footprint::now();
+            },
+            [&](const Findings& findings) {
+                ++figures.cases;
+                report(with_leftovers(findings, before), figures);
+            });
+        print("unplug", figures, {});
+        dprintf(report_file, "longest after an unplug: waiter %.3f s, stop %.3f s\n", longest.waiter_s, longest.stop_s);
+        add(figures);
     }
 
     const Figures& total() const { return total_; }
 
   private:
-    static bool happens_once(Kind kind) {
-        return kind == Kind::kUnplug || kind == Kind::kReplug || kind == Kind::kFileInterrupted;
-    }
+    static bool comes_and_goes(Kind kind) { return kind == Kind::kUnplug || kind == Kind::kReplug; }
+    static bool happens_once(Kind kind) { return comes_and_goes(kind) || kind == Kind::kFileInterrupted; }
 
     void run_case(const Scenario& scenario, const Target& target, Figures& figures) {
         std::snprintf(running, sizeof running, "%s/%s/%u/%s", scenario.name, name_of(target.kind).data(), target.index,
@@ -130,13 +149,7 @@ class Sweep {
         const Footprint before = Footprint::now();
         Findings findings = play(scenario, target);
         if (injector().strikes() == 0) ++figures.not_reached;
-        Footprint after = Footprint::now();
-        // A thread that has been joined may take a moment to leave the list of threads.
-        for (int i = 0; i < 1000 && after != before; ++i, after = Footprint::now())
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        if (after.objects != before.objects) findings.emplace_back("platform objects are left over");
-        if (after.descriptors != before.descriptors) findings.emplace_back("files are left open");
-        if (after.threads != before.threads) findings.emplace_back("threads are left over");
+        findings = with_leftovers(std::move(findings), before);
         if (++since_leak_check_ % kCasesBetweenLeakChecks == 0 && leaked())
             findings.emplace_back("memory leaked, here or since the last check");
         report(findings, figures);
@@ -149,6 +162,8 @@ class Sweep {
         {
             const Counted counted;  // already now: threads that are made here are like their creator
             scenario.prepare(world);
+            std::optional<Neighbour> neighbour;
+            if (target && comes_and_goes(target->kind) && scenario.beside_others) neighbour.emplace(world);
             injector().begin(target);
             scenario.act(world);
             injector().end();
@@ -157,13 +172,31 @@ class Sweep {
         return findings;
     }
 
+    /// The findings, and what a case has left behind.
+    static Findings with_leftovers(Findings findings, const Footprint& before) {
+        Footprint after = Footprint::now();
+        // A thread that has been joined may take a moment to leave the list of threads.
+        for (int i = 0; i < 1000 && after != before; ++i, after = Footprint::now())
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        if (after.objects != before.objects) findings.emplace_back("platform objects are left over");
+        if (after.descriptors != before.descriptors) findings.emplace_back("files are left open");
+        if (after.threads != before.threads) findings.emplace_back("threads are left over");
+        return findings;
+    }
+
+    void add(const Figures& figures) {
+        total_.cases += figures.cases;
+        total_.not_reached += figures.not_reached;
+        total_.failed += figures.failed;
+    }
+
     static void report(const Findings& findings, Figures& figures) {
         for (const std::string& finding : findings)
             dprintf(report_file, "%s: %s\n", running, finding.c_str());
         figures.failed += !findings.empty();
     }
 
-    static void print(const char* name, const Figures& figures, const std::vector<Site> (&traces)[kDomains]) {
+    static void print(const char* name, const Figures& figures, const std::array<std::vector<Site>, kDomains>& traces) {
         dprintf(report_file, "%-23s %8zu %7zu %8zu %6zu %7u %12u %7u\n", name, traces[0].size(), traces[1].size(),
                 traces[2].size(), traces[3].size(), figures.cases, figures.not_reached, figures.failed);
     }
@@ -184,6 +217,7 @@ int main_of(std::string_view wanted, unsigned every) {
             "cases", "not reached", "failed");
     for (const Scenario& scenario : scenarios())
         sweep.run(scenario);
+    sweep.run_unplugging();
     const Figures& total = sweep.total();
     const bool leaks = leaked();
     dprintf(report_file, "%u cases, %u failed%s\n", total.cases, total.failed, leaks ? ", memory leaked" : "");

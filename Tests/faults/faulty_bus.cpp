@@ -9,6 +9,8 @@
 
 namespace tovix::faults {
 
+using platform::Operation;
+
 namespace {
 
 constexpr std::int64_t kStepUs = 5'000;
@@ -19,8 +21,7 @@ constexpr std::int64_t kLatenessUs = 1'000'000;
 /// What is to become of the transfer that this thread is about to make, as intercept() has decided.
 thread_local std::optional<Kind> pending_kind;
 
-IOReturn status_of(Kind kind, platform::Operation operation) {
-    using platform::Operation;
+IOReturn status_of(Kind kind, Operation operation) {
     const bool opens = operation == Operation::kUSBDeviceOpen || operation == Operation::kUSBInterfaceOpen;
     switch (kind) {
         case Kind::kStall: return kIOUSBPipeStalled;
@@ -257,11 +258,11 @@ void FaultyBus::wait_until(std::condition_variable& condition, std::unique_lock<
     condition.wait_for(lock, std::chrono::microseconds(50));
 }
 
-IOReturn FaultyBus::intercept(platform::Operation operation) {
+IOReturn FaultyBus::intercept(Operation operation) {
     pending_kind.reset();
     const std::optional<Kind> kind = injector().strike(static_cast<Site>(operation));
-    if (!kind) return kIOReturnSuccess;
     const Uncounted simulated;
+    if (!kind) return kIOReturnSuccess;
     switch (*kind) {
         case Kind::kUnplug: target().access()->unplug(); return kIOReturnSuccess;
         case Kind::kReplug: target().access()->replug(); return kIOReturnSuccess;
@@ -272,7 +273,7 @@ IOReturn FaultyBus::intercept(platform::Operation operation) {
         case Kind::kStall:
         case Kind::kTimeout:
             // A read of a frame is accepted first; everything else has been waited for.
-            if (operation == platform::Operation::kReadPipeAsync) {
+            if (operation == Operation::kReadPipeAsync) {
                 pending_kind = kind;
                 return kIOReturnSuccess;
             }
@@ -283,13 +284,14 @@ IOReturn FaultyBus::intercept(platform::Operation operation) {
     return status_of(*kind, operation);
 }
 
-Passage::Passage(FaultyBus& bus) {
+Passage::Passage(FaultyBus& bus, Speed speed) {
     const Uncounted own;
-    thread_ = std::jthread([&bus](const std::stop_token& over) {
+    thread_ = std::jthread([&bus, speed](const std::stop_token& over) {
+        const bool real = speed == Speed::kReal;
         for (std::int64_t step_us = kStepUs; !over.stop_requested();) {
+            std::this_thread::sleep_for(std::chrono::microseconds(real ? step_us : 20));
             bus.pass(step_us);
-            std::this_thread::sleep_for(std::chrono::microseconds(20));
-            step_us = std::min(step_us + step_us / 8, kLongestStepUs);
+            if (!real) step_us = std::min(step_us + step_us / 8, kLongestStepUs);
         }
     });
 }

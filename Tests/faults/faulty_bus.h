@@ -4,6 +4,7 @@
 // Time is stepped by whoever sleeps, and by the passage of time (see Passage) while somebody waits for the camera.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <list>
 #include <memory>
@@ -55,10 +56,12 @@ class FaultyBus final : public platform::Backend {
     std::list<std::unique_ptr<LateRead>> late_;  // guarded by late_mutex_
 };
 
-/// While one exists, time passes: slowly at first, so that who waits sees every frame, then faster.
+/// While one exists, time passes: slowly at first, so that who waits sees every frame, then faster. At real speed a second
+/// takes a second, but the process may be stopped for a while without anyone having waited too long.
 class Passage {
   public:
-    explicit Passage(FaultyBus& bus);
+    enum class Speed : bool { kReal, kGrowing };
+    explicit Passage(FaultyBus& bus, Speed speed = Speed::kGrowing);
     Passage(const Passage&) = delete;
     Passage& operator=(const Passage&) = delete;
 

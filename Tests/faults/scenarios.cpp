@@ -196,12 +196,15 @@ void adjust(World& world) {
 }
 
 constexpr Scenario kScenarios[] = {
-    {"bring-up", &attach_bare, &bring_up},      {"enumerate three", &attach_three, &enumerate_three},
-    {"open", &attach_one, &open_and_close},     {"properties and formats", &open_one, &sweep_settings},
-    {"stream", &open_one, &stream_frames},      {"stop and close", &start_one, &stop_and_close},
+    {"bring-up", &attach_bare, &bring_up, false},
+    {"enumerate three", &attach_three, &enumerate_three, false},
+    {"open", &attach_one, &open_and_close},
+    {"properties and formats", &open_one, &sweep_settings},
+    {"stream", &open_one, &stream_frames},
+    {"stop and close", &start_one, &stop_and_close},
     {"adjustment", &start_one, &adjust},
 #ifdef TOVIX_WITH_TOOL
-    {"capture", &attach_for_capture, &capture},
+    {"capture", &attach_for_capture, &capture, false},
 #endif
 };
 

@@ -12,6 +12,7 @@ struct Scenario {
     const char* name;
     void (*prepare)(World& world);  // without faults
     void (*act)(World& world);      // operations count from here on
+    bool beside_others = true;      // another camera may stream meanwhile
 };
 
 std::span<const Scenario> scenarios();

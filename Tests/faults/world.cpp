@@ -46,7 +46,7 @@ World::~World() {
     tz_platform_select(nullptr);
 }
 
-void World::attach(std::string_view model, simulator::DeviceOptions::State state) {
+std::shared_ptr<simulator::Port> World::attach(std::string_view model, simulator::DeviceOptions::State state) {
     simulator::Model found;
     expect(simulator::find_model(model, found), "there is such a model");
     found.width = kSensorWidth;  // small, since each camera draws what it looks at once
@@ -57,7 +57,7 @@ void World::attach(std::string_view model, simulator::DeviceOptions::State state
     options.camera.serial_number = ++serial_number_;
     options.state = state;
     options.mark_frames = true;
-    bus_.plug_in(std::move(options));
+    return bus_.plug_in(std::move(options));
 }
 
 void World::expect(bool good, std::string_view what) {
@@ -77,16 +77,7 @@ bool World::open() {
     const std::int32_t result = (*this)(kOpenAny, &camera);
     expect(result == 0 || camera == nullptr, "a failed open left the handle alone");
     if (camera == nullptr) return false;
-    const _tovix_frame_format format{.x_offset = 0,
-                                     .y_offset = 0,
-                                     .width = kFrameWidth,
-                                     .height = kFrameHeight,
-                                     .pixel_format = 0,
-                                     .subsample_x = 1,
-                                     .reserved_x = 0,
-                                     .subsample_y = 1,
-                                     .reserved_y = 0};
-    return (*this)(kSetFormat, camera, &format) == 0;
+    return (*this)(kSetFormat, camera, &kSmallFormat) == 0;
 }
 
 bool World::start() {

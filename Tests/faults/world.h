@@ -3,7 +3,6 @@
 // nothing is left over and the camera works as before.
 #pragma once
 
-#include <cstdarg>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -19,6 +18,15 @@ using Findings = std::vector<std::string>;
 /// The camera's frames are as small as that, marked, and 10 ms apart.
 constexpr std::uint32_t kFrameWidth = 64, kFrameHeight = 16;
 constexpr std::int64_t kFramePeriodUs = 10'000;
+constexpr _tovix_frame_format kSmallFormat{.x_offset = 0,
+                                           .y_offset = 0,
+                                           .width = kFrameWidth,
+                                           .height = kFrameHeight,
+                                           .pixel_format = 0,
+                                           .subsample_x = 1,
+                                           .reserved_x = 0,
+                                           .subsample_y = 1,
+                                           .reserved_y = 0};
 
 class World {
   public:
@@ -28,7 +36,7 @@ class World {
     World& operator=(const World&) = delete;
 
     FaultyBus& bus() { return bus_; }
-    void attach(std::string_view model, simulator::DeviceOptions::State state);
+    std::shared_ptr<simulator::Port> attach(std::string_view model, simulator::DeviceOptions::State state);
 
     /// Call the library, and see to it that the result is documented.
     template <class... Parameters>

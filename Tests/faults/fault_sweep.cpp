@@ -18,6 +18,7 @@
 #include <map>
 #include <thread>
 
+#include "hostile_device.h"
 #include "neighbour.h"
 #include "scenarios.h"
 #include "unplug_moments.h"
@@ -135,6 +136,23 @@ class Sweep {
         add(figures);
     }
 
+    void run_hostile_devices() {
+        if (!wanted_.empty() && !wanted_.starts_with("hostile")) return;
+        Figures figures;
+        bool finding_fields = true;
+        forge_every_field([&](const std::string& name, const std::function<Findings()>& run) {
+            std::snprintf(running, sizeof running, "%s", name.c_str());
+            if (!std::exchange(finding_fields, false) && (!name.starts_with(wanted_) || number_++ % every_ != 0))
+                return;
+            ++figures.cases;
+            watchdog_.case_begins();
+            const Footprint before = Footprint::now();
+            report(with_leftovers(run(), before), figures);
+        });
+        print("hostile device", figures, {});
+        add(figures);
+    }
+
     const Figures& total() const { return total_; }
 
   private:
@@ -218,6 +236,7 @@ int main_of(std::string_view wanted, unsigned every) {
     for (const Scenario& scenario : scenarios())
         sweep.run(scenario);
     sweep.run_unplugging();
+    sweep.run_hostile_devices();
     const Figures& total = sweep.total();
     const bool leaks = leaked();
     dprintf(report_file, "%u cases, %u failed%s\n", total.cases, total.failed, leaks ? ", memory leaked" : "");

@@ -93,9 +93,11 @@ class LateRead {
 class FaultyDevice final : public platform::HostDevice {
   public:
     FaultyDevice(FaultyBus& bus, std::shared_ptr<platform::HostDevice> device)
-        : bus_(bus), device_(std::move(device)) {}
+        : bus_(bus), device_(std::move(device)), identity_(device_->identity()) {
+        if (bus_.change_identity_) bus_.change_identity_(identity_);
+    }
 
-    const platform::DeviceIdentity& identity() const override { return device_->identity(); }
+    const platform::DeviceIdentity& identity() const override { return identity_; }
     IOReturn open() override {
         return plain([&] { return device_->open(); });
     }
@@ -106,7 +108,10 @@ class FaultyDevice final : public platform::HostDevice {
     }
     IOReturn configuration_descriptor(UInt8 index, IOUSBConfigurationDescriptor& head) override {
         UInt32 length = sizeof head;
-        return transfer(length, &head, sizeof head, [&] { return device_->configuration_descriptor(index, head); });
+        const IOReturn status =
+            transfer(length, &head, sizeof head, [&] { return device_->configuration_descriptor(index, head); });
+        bus_.answered({0x80, 6, static_cast<UInt16>(0x200 | index), 0, length}, &head);
+        return status;
     }
     IOReturn set_configuration(UInt8 value) override {
         return plain([&] { return device_->set_configuration(value); });
@@ -116,8 +121,12 @@ class FaultyDevice final : public platform::HostDevice {
     }
     IOReturn control(IOUSBDevRequestTO& request) override {
         const bool to_host = (request.bmRequestType & 0x80) != 0;
-        return transfer(request.wLenDone, request.pData, to_host ? request.wLength : 0,
-                        [&] { return device_->control(request); });
+        const IOReturn status = transfer(request.wLenDone, request.pData, to_host ? request.wLength : 0,
+                                         [&] { return device_->control(request); });
+        if (to_host)
+            bus_.answered({request.bmRequestType, request.bRequest, request.wValue, request.wIndex, request.wLenDone},
+                          request.pData);
+        return status;
     }
     IOReturn claim(UInt8 interface_number) override {
         return plain([&] { return device_->claim(interface_number); });
@@ -192,6 +201,7 @@ class FaultyDevice final : public platform::HostDevice {
 
     FaultyBus& bus_;
     const std::shared_ptr<platform::HostDevice> device_;
+    platform::DeviceIdentity identity_;
 };
 
 FaultyBus::FaultyBus() = default;
@@ -238,6 +248,14 @@ void FaultyBus::issue_due() {
         if (due) read->issue();
         return due;
     });
+}
+
+void FaultyBus::answered(const Answered& answer, void* data) {
+    const Uncounted own;
+    if (answers_ != nullptr) answers_->insert(answer);
+    if (!forgery_ || forgery_->answer != answer) return;
+    for (UInt32 i = 0; i < forgery_->bytes; ++i)
+        static_cast<UInt8*>(data)[forgery_->offset + i] = static_cast<UInt8>(forgery_->value >> 8 * i);
 }
 
 IOReturn FaultyBus::devices(std::vector<std::shared_ptr<platform::HostDevice>>& found) {

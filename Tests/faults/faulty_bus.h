@@ -9,6 +9,8 @@
 #include <list>
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <set>
 #include <thread>
 #include <vector>
 
@@ -19,6 +21,20 @@ namespace tovix::faults {
 
 class FaultyDevice;
 class LateRead;
+
+/// An answer of a device: the request that it is to, and its length.
+struct Answered {
+    UInt8 request_type, request;
+    UInt16 value, index;
+    UInt32 length;
+    auto operator<=>(const Answered&) const = default;
+};
+
+/// A field of an answer that is not what the device sent.
+struct Forgery {
+    Answered answer;
+    UInt32 offset, bytes, value;  // bytes from 1 to 4, least significant byte first
+};
 
 class FaultyBus final : public platform::Backend {
   public:
@@ -35,6 +51,11 @@ class FaultyBus final : public platform::Backend {
     /// Called after every step, for whoever has to keep up with the time.
     void set_after_step(std::function<void()> call) { after_step_ = std::move(call); }
 
+    // What devices say, for whoever forges it. Not while the library is in use.
+    void write_down_answers(std::set<Answered>* answers) { answers_ = answers; }
+    void forge(const std::optional<Forgery>& forgery) { forgery_ = forgery, answers_ = nullptr; }
+    void forge_identity(std::function<void(platform::DeviceIdentity&)> change) { change_identity_ = std::move(change); }
+
     IOReturn devices(std::vector<std::shared_ptr<platform::HostDevice>>& found) override;
     void sleep_us(UInt32 microseconds) override;
     std::int64_t now_us() override { return bus_.now_us(); }
@@ -47,10 +68,14 @@ class FaultyBus final : public platform::Backend {
     void queue_late(std::unique_ptr<LateRead> read);
     void finish_late(const platform::HostDevice* device);  // as aborted
     void issue_due();
+    void answered(const Answered& answer, void* data);
 
     simulator::Bus bus_{simulator::Pace::kStepped};
     std::vector<std::shared_ptr<simulator::Port>> ports_;
     std::function<void()> after_step_;
+    std::set<Answered>* answers_ = nullptr;
+    std::optional<Forgery> forgery_;
+    std::function<void(platform::DeviceIdentity&)> change_identity_;
     std::mutex time_mutex_;  // one passes time at a time
     std::mutex late_mutex_;
     std::list<std::unique_ptr<LateRead>> late_;  // guarded by late_mutex_

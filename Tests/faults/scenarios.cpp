@@ -103,10 +103,14 @@ void sweep_formats(World& world) {
     world(kGetImageFormat, world.camera, &image);
 }
 
+}  // namespace
+
 void sweep_settings(World& world) {
     sweep_properties(world);
     sweep_formats(world);
 }
+
+namespace {
 
 // --------------------------------------------------------------------------------------------------------------------
 
@@ -167,11 +171,13 @@ void stop_and_close(World& world) {
 
 /// Do something with the next frame.
 void with_frame(World& world, const auto& use) {
-    const std::int32_t index = world.waiting(kWait, world.camera);
+    const std::int32_t index = world.wait_for_frame();
     if (index < 0) return;
     use(tovix_get_buffer_address(world.camera, index));
     world(kRelease, world.camera, index);
 }
+
+}  // namespace
 
 void adjust(World& world) {
     constexpr int kWidth = kFrameWidth, kHeight = kFrameHeight;
@@ -194,6 +200,8 @@ void adjust(World& world) {
         world(kConvert, world.camera, image, frame, &format, nullptr);
     });
 }
+
+namespace {
 
 constexpr Scenario kScenarios[] = {
     {"bring-up", &attach_bare, &bring_up, false},

@@ -17,6 +17,10 @@ struct Scenario {
 
 std::span<const Scenario> scenarios();
 
+/// What several of them do with an open camera, and with a running stream.
+void sweep_settings(World& world);
+void adjust(World& world);
+
 /// That of the tool, where the tool is built.
 void attach_for_capture(World& world);
 void capture(World& world);

@@ -11,6 +11,7 @@ namespace tovix::faults {
 namespace {
 
 constexpr std::uint16_t kSensorWidth = 128, kSensorHeight = 64;
+constexpr std::int64_t kPatienceUs = 300'000'000;
 constexpr std::int64_t kBackOnTheBusUs = 3'000'000;  // after firmware, or a replug
 
 std::uint32_t failure_bit(std::int32_t result) {
@@ -58,6 +59,19 @@ std::shared_ptr<simulator::Port> World::attach(std::string_view model, simulator
     options.state = state;
     options.mark_frames = true;
     return bus_.plug_in(std::move(options));
+}
+
+std::int32_t World::wait_for_frame() {
+    const Passage passage(bus_);
+    const std::int64_t give_up_us = bus_.now_us() + kPatienceUs;
+    const Uncounted own;
+    const std::jthread impatient([&](const std::stop_token& frame_came) {
+        while (!frame_came.stop_requested() && bus_.now_us() < give_up_us)
+            std::this_thread::sleep_for(std::chrono::microseconds(100));
+        if (!frame_came.stop_requested()) (*this)(kStop, camera);
+    });
+    const Counted again;
+    return (*this)(kWait, camera);
 }
 
 void World::expect(bool good, std::string_view what) {

@@ -52,6 +52,9 @@ class World {
         return (*this)(call, arguments...);
     }
 
+    /// Wait for a frame of a camera that may never send one: stops the stream after a while.
+    std::int32_t wait_for_frame();
+
     /// Add a finding unless `good`. Any thread.
     void expect(bool good, std::string_view what);
 

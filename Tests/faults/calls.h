@@ -36,6 +36,9 @@ struct Call {
     std::int32_t most;  // largest result of a success
 };
 
+template <class... Parameters>
+Call(const char*, std::int32_t (*)(Parameters...), unsigned, std::int32_t) -> Call<Parameters...>;
+
 inline constexpr Call kInit{"tovix_init", &tovix_init, kEfail | kEsearch | kEnomem, 0};
 inline constexpr Call kEnumerate{"tovix_enum_cameras", &tovix_enum_cameras, kEfail | kEsearch, 8};
 inline constexpr Call kOpen{"tovix_camera_open", &tovix_camera_open, kEfail | kEsearch, 0};

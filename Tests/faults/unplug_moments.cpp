@@ -92,8 +92,8 @@ class Unplugging {
             });
         }
         const auto reached = [&] {
-            const StreamLock lock(world_.camera->stream.stream_mutex);
-            const auto& stream = world_.camera->stream;
+            StreamState& stream = world_.camera->stream;
+            const StreamLock lock(stream.stream_mutex);
             return stopping ? stream.stream_stopping || !stream.stream_running
                             : stream.waiters == (moment_.waiters ? kWaiters : 0u);
         };

@@ -202,4 +202,30 @@ TEST_F(StreamTest, SilenceDuringAStopIsWaitedOutForTenSeconds) {
     EXPECT_EQ(stop(), 0);
 }
 
+TEST_F(StreamTest, AWaiterMayComeWhenTheStreamHasJustBeenDisabled) {
+    // It has seen the stream run, and takes the lock only after the ring was given back.
+    for (int round = 0; round < 3; ++round) {
+        begin();
+        const std::int32_t held = next_frame();
+        ASSERT_GE(held, 0);
+        skip_frames(1);  // one that nobody has taken
+        EXPECT_EQ(stop(), 0);
+        EXPECT_EQ(tovix_disable_streaming(camera), 0);
+        ASSERT_EQ(pthread_mutex_trylock(&camera->stream.stream_mutex.native), 0) << "the lock is still one";
+        pthread_mutex_unlock(&camera->stream.stream_mutex.native);
+        camera->stream.stream_running.set(true);  // as the late waiter saw it
+        std::thread late([&] { EXPECT_EQ(tovix_wait_for_capture_to_buffer(camera), TOVIX_ENODATA); });
+        ASSERT_TRUE(eventually([&] {
+            const StreamLock lock(camera->stream.stream_mutex);
+            return camera->stream.waiters == 1;
+        })) << "nothing was handed out";
+        {
+            const StreamLock lock(camera->stream.stream_mutex);
+            camera->stream.stream_running.set(false);
+            pthread_cond_broadcast(&camera->stream.stream_cond);
+        }
+        late.join();
+    }
+}
+
 }  // namespace

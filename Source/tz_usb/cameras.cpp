@@ -125,6 +125,7 @@ std::int32_t tovix_camera_close(_tovix** camera) {
     _tovix* const closed = std::exchange(*camera, nullptr);
     if (closed->stream.stream_running) tovix_stop_streaming(closed);
     tovix_disable_streaming(closed);
+    usb_stream_close(closed->stream);
     usb_close_device(closed);
     delete closed->vorm;
     delete closed;

@@ -14,9 +14,28 @@ namespace {
 constexpr std::size_t kBufferAlignment = 64;
 constexpr std::uint64_t kMaxFrameBytes = std::numeric_limits<std::int32_t>::max();
 
+/// The mutex and the condition, unless they exist. An error number.
+[[nodiscard]] int make_locks(StreamState& stream) {
+    if (stream.has_locks) return 0;
+    if (const int error = pthread_mutex_init(&stream.stream_mutex.native, nullptr); error != 0) return error;
+    if (const int error = pthread_cond_init(&stream.stream_cond, nullptr); error != 0) {
+        pthread_mutex_destroy(&stream.stream_mutex.native);
+        return error;
+    }
+    stream.has_locks = true;
+    return 0;
+}
+
+/// Give the ring back, as it was before there was one: no frame is left that a late waiter could be handed.
 void free_buffers(StreamState& stream) {
-    for (stream_buffer& buffer : stream.buffers)
-        std::free(std::exchange(buffer.data, nullptr));
+    const StreamLock lock(stream.stream_mutex);
+    for (stream_buffer& buffer : stream.buffers) {
+        std::free(buffer.data);
+        buffer = {};
+    }
+    stream.reading_index = -1;
+    stream.frame_sequence = 0;
+    stream.acquired_sequence = 0;
 }
 
 [[nodiscard]] bool allocate_buffers(StreamState& stream) {
@@ -92,21 +111,12 @@ std::int32_t tovix_enable_streaming(_tovix* camera) {
     const std::uint64_t frame_bytes = std::uint64_t{camera->width} * camera->height;
     if (frame_bytes == 0 || frame_bytes > kMaxFrameBytes) return TOVIX_EINVAL;
 
-    stream = StreamState{};
+    if (const int error = make_locks(stream); error != 0) return -error;
     stream.frame_size = static_cast<std::uint32_t>(frame_bytes);
     std::fprintf(stderr, "%s: number of bytes expected: %u\n", "tovix_enable_streaming", stream.frame_size);
     if (!allocate_buffers(stream)) {
         free_buffers(stream);
         return TOVIX_ENOMEM;
-    }
-    if (const int error = pthread_mutex_init(&stream.stream_mutex.native, nullptr); error != 0) {
-        free_buffers(stream);
-        return -error;
-    }
-    if (const int error = pthread_cond_init(&stream.stream_cond, nullptr); error != 0) {
-        free_buffers(stream);
-        pthread_mutex_destroy(&stream.stream_mutex.native);
-        return -error;
     }
     return TOVIX_OK;
 }
@@ -207,9 +217,14 @@ std::int32_t tovix_disable_streaming(_tovix* camera) {
             pthread_cond_wait(&stream.stream_cond, &stream.stream_mutex.native);
     }
     free_buffers(stream);
+    return TOVIX_OK;
+}
+
+void usb_stream_close(StreamState& stream) {
+    if (!stream.has_locks) return;
     pthread_mutex_destroy(&stream.stream_mutex.native);
     pthread_cond_destroy(&stream.stream_cond);
-    return TOVIX_OK;
+    stream.has_locks = false;
 }
 
 std::uint32_t tovix_get_video_frame_size(_tovix* camera) {

@@ -33,7 +33,7 @@ class StreamFlag {
     std::uint8_t value_;
 };
 
-/// A pthread mutex that clang's thread-safety analysis knows to be one. Set up by enable, destroyed by disable.
+/// A pthread mutex that clang's thread-safety analysis knows to be one.
 struct TZ_CAPABILITY("mutex") StreamMutex {
     void lock() TZ_ACQUIRE() { pthread_mutex_lock(&native); }
     void unlock() TZ_RELEASE() { pthread_mutex_unlock(&native); }
@@ -69,6 +69,9 @@ enum class StreamThread : std::uint8_t {
 };
 
 struct StreamState {
+    /// The mutex and the condition exist: from the first enable until the camera is closed, so that a waiter that comes
+    /// when the stream has just been stopped and disabled finds them.
+    bool has_locks;
     StreamFlag stream_running;                                 // the thread has switched the video on and reads frames
     StreamFlag stream_stopping;                                // a stop has been requested and not yet carried out
     std::uint8_t reads_in_flight TZ_GUARDED_BY(stream_mutex);  // issued and not yet completed
@@ -94,3 +97,6 @@ struct StreamState {
     /// The ring is allocated and the lock is set up. Changes only in enable and disable.
     bool enabled() const { return buffers[0].data != nullptr; }
 };
+
+/// Give the locks back. The stream is disabled, and nobody waits.
+void usb_stream_close(StreamState& stream);

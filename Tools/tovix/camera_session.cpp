@@ -13,6 +13,8 @@ namespace {
 constexpr char kNoCameraAdvice[] =
     "check its cable, other programs that hold it and your permission to use it (a udev rule), "
     "or try 'tovix --simulate ...'";
+constexpr char kRefused[] =
+    "no permission to use the camera; install the udev rule (see README.md), then plug the camera in again";
 constexpr char kVerboseAdvice[] = "run with --verbose to see each step";
 
 std::string model_names() {
@@ -101,6 +103,7 @@ void CameraSession::start_up(const GlobalOptions& options) {
         cameras_.push_back({identity, printable(name)});
     }
     if (!cameras_.empty()) return;
+    if (quiet_.says_refused()) throw NoCamera(kRefused);
     const std::string reason = quiet_.last_error();
     if (reason.empty()) throw NoCamera(std::string("no camera found; ") + kNoCameraAdvice);
     throw NoCamera("no camera found: " + reason + "; check --resources and the cable, or " + kVerboseAdvice);

@@ -8,6 +8,7 @@ mount -t proc proc /proc
 mount -t sysfs sys /sys
 mount -t devtmpfs dev /dev
 mount -t tmpfs run /run
+mkdir -p /var/run # usbip notes there what it attached
 chmod 1777 /tmp
 echo 'root::0:0::/:/bin/sh' >/etc/passwd
 echo 'user::1000:1000::/:/bin/sh' >>/etc/passwd
@@ -84,6 +85,27 @@ user_with_rule() {
 }
 marked() { udevadm info "$1" | grep -q '^E: CURRENT_TAGS=.*:uaccess:'; }
 
+# The product's server, and the client that every distribution has. A bare camera leaves with its firmware and has to be
+# attached again, which only its new identity tells.
+usbip_tools() {
+    ifconfig lo up
+    tovix simulate --usbip --model lyra03m:7 &
+    local server=$!
+    soon attach || return
+    list_one &
+    local lister=$!
+    while [ ! -e /tmp/listed ]; do attach; sleep 0.1; done 2>/dev/null
+    wait $lister && grep -q ' lyra03m  *7 ' /tmp/answer && tovix stream -n 20 || return
+    kill $server && wait $server && soon shown 0
+}
+attach() { usbip attach -r 127.0.0.1 -b 1-1; }
+list_one() {
+    tovix --resources /files list >/tmp/answer
+    local status=$?
+    touch /tmp/listed
+    return $status
+}
+
 case $(sed 's/.*stage=//' /proc/cmdline) in
 usbip)
     modules usb-common usbcore usbip-core vhci-hcd
@@ -102,5 +124,6 @@ check 'story, device manager' camera_story
 check 'bare FX2 held by usbtest' usbtest
 check 'ordinary user, no rule' user_without_rule
 check 'ordinary user, rule' user_with_rule
+check 'tovix simulate, usbip attach' usbip_tools
 [ $failures -ne 0 ] || echo 'all passed'
 poweroff -f

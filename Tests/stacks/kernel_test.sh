@@ -24,7 +24,7 @@ unpack() { # PACKAGE: into a folder of its name, unless it is there
 
 kernel=$(apt-cache depends linux-image-amd64 2>/dev/null | sed -n 's/.*Depends: \(linux-image-[0-9].*-amd64\)$/\1/p' | head -n 1)
 [ -n "$kernel" ] || { echo "kernel: skipped, no kernel package is known"; exit 0; }
-for package in "$kernel" busybox-static udev systemd; do
+for package in "$kernel" busybox-static udev systemd usbip; do
     unpack "$package" || exit 0
 done
 
@@ -41,7 +41,7 @@ rm -rf "$root"
 mkdir -p "$root/bin" "$root/lib64" "$root/lib/modules" "$root/lib/udev/rules.d" "$root/etc/udev" "$root/dev" "$root/proc" \
     "$root/sys" "$root/run" "$root/tmp"
 cp Tests/stacks/guest_init.sh "$root/init"
-cp "$cache/busybox-static/bin/busybox" "$cache/udev/bin/udevadm" "$build/Tools/tovix/tovix" \
+cp "$cache/busybox-static/bin/busybox" "$cache/udev/bin/udevadm" "$cache/usbip/usr/sbin/usbip" "$build/Tools/tovix/tovix" \
     "$build/Tests/stacks/camera_story" "$build/Tests/stacks/camera_server" "$root/bin/"
 cp "$cache/udev"/lib/udev/rules.d/50-udev-default.rules "$cache/systemd"/lib/udev/rules.d/73-seat-late.rules \
     "$root/lib/udev/rules.d/"
@@ -51,7 +51,7 @@ for module in common/usb-common core/usbcore usbip/usbip-core usbip/vhci-hcd mis
     host/ehci-hcd host/ehci-pci; do
     cp "$cache/$kernel"/lib/modules/*/kernel/drivers/usb/$module.ko "$root/lib/modules/"
 done
-ldd "$root"/bin/udevadm "$root"/bin/tovix "$root"/bin/camera_* | grep -o '/[^ :]*' | grep -v "^$root" | sort -u |
+ldd "$root"/bin/udevadm "$root"/bin/usbip "$root"/bin/tovix "$root"/bin/camera_* | grep -o '/[^ :]*' | grep -v "^$root" | sort -u |
     while read -r library; do cp -L "$library" "$root/lib/"; done
 mv "$root"/lib/ld-linux-x86-64.so.2 "$root/lib64/"
 disk=$cache/disk

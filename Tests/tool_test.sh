@@ -166,7 +166,8 @@ for usage in '' 'lst' 'list --bogus' 'list info' 'capture -n 0' 'capture -n 2x' 
     'set max_width=5' 'set gain=off' 'auto' 'auto shutter' 'auto gain --target 0' 'auto focus --target 9' \
     'auto gain --one-shot' 'auto gain --roi 1,2' 'auto gain --roi 1,2,0x3' 'auto gain --roi 0,0,3x4' 'auto gain --set x=1' 'capture --auto all' \
     'capture --target 9' 'capture -o a.raw --set digital_hue=3' 'capture -o a.raw --auto digital-white-balance' \
-    'capture --gains 1,1,1 --auto digital-white-balance'; do
+    'capture --gains 1,1,1 --auto digital-white-balance' 'simulate' 'simulate --usbip --port 65536' \
+    'simulate --usbip --model mira13c:x' '--simulate simulate --usbip'; do
     # shellcheck disable=SC2086
     "$tool" $usage >"$work/usage.out" 2>"$work/usage.err"
     status=$?
@@ -486,6 +487,23 @@ ended ambiguous 1 "more than one camera is '1'"
 ended alike 1 "more than one camera is 'mira'"
 ended no_firmware 1 'no camera found: unable to open firmware file'
 for run in too_long no_size off_sensor no_rate no_subsampling; do holds $run; done
+
+# ---- Cameras for others: a list for whoever asks, one server a port, an end when asked for it
+start lender simulate --usbip --json --port 0 --model lyra03m:7 --model mira13c
+until [ -s "$work/lender.out" ] || ! kill -0 "${pids[lender]}" 2>/dev/null; do sleep 0.05; done
+is_json lender
+port=$(sed -n 's/.*"port": \([0-9]*\).*/\1/p' "$work/lender.out")
+for client in silent list; do
+    exec {socket}<>"/dev/tcp/127.0.0.1/$port"
+    [ $client = silent ] || printf '\x01\x11\x80\x05\0\0\0\0' >&"$socket"
+    [ $client = silent ] || timeout 10 cat <&"$socket" >"$work/lent"
+done
+[ "$(size lent)" -eq $((12 + 2 * 316)) ] || fail "lender: $(size lent) bytes are no list of two cameras"
+says lender '"busid": "1-2"'
+start second_lender simulate --usbip --port "$port"
+ended second_lender 1 'cannot listen on 127.0.0.1:.*: Address already in use'
+kill -TERM "${pids[lender]}"
+ended lender 0
 
 [ $failures -eq 0 ] && echo "all as it should be"
 exit $((failures != 0))

@@ -135,6 +135,17 @@ TOVIX_API uint32_t tovix_simulation_frames_produced(tovix_simulated_camera* came
 TOVIX_API int32_t tovix_simulation_step(uint64_t microseconds);
 
 /**
+ * Serve the cameras of the simulated bus to another USB host, in the USB/IP protocol: to one client that asks for the
+ * list, or that imports a camera and uses it until it, or the camera, leaves. The n-th camera that was attached has the
+ * bus ID "1-n". A bare one leaves once it has its firmware; it can be imported again when it is back.
+ * @param socket  a connected stream socket; it stays the caller's, who shuts it down to end the call. Each client needs a
+ *                thread of its own.
+ * @return 0 when the client or the camera has left; TOVIX_EFAIL when the client broke the protocol; TOVIX_EINVAL for no
+ *         simulated bus, or one that is stepped; TOVIX_ENOMEM
+ */
+TOVIX_API int32_t tovix_simulation_serve_usbip(int socket);
+
+/**
  * Whether a frame of a camera that marks its frames is whole: every row of one and the same frame, and unchanged.
  * @param frame      the frame: `height` rows of `row_bytes` bytes, unpadded
  * @param row_bytes  at least 16

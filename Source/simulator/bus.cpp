@@ -42,10 +42,24 @@ void Port::Access::clear_faults() const {
     port_.device_.faults().clear();
 }
 
+// Whoever held what was in the port before it was unplugged holds nothing now.
+bool Port::Access::hold(const void* holder) const {
+    const std::uint32_t generation = port_.device_.generation();
+    if (port_.holder_ != nullptr && port_.held_generation_ == generation) return false;
+    port_.holder_ = holder;
+    port_.held_generation_ = generation;
+    return true;
+}
+
+void Port::Access::give_back(const void* holder) const {
+    if (port_.holder_ == holder) port_.holder_ = nullptr;
+}
+
 void Port::run() {
     std::unique_lock lock(mutex_);
     while (!quit_) {
         device_.advance(clock_.now_us());
+        changed_.notify_all();
         const std::int64_t next_us = device_.next_event_us();
         const std::int64_t wait_us = next_us - clock_.now_us();
         if (wanted_ != 0) {

@@ -44,6 +44,18 @@ class Port {
         void plant(const Fault& fault) const;
         void clear_faults() const;
 
+        /// Take hold of the device that is in the port, for `holder`. False when somebody has it already.
+        [[nodiscard]] bool hold(const void* holder) const;
+        /// Nothing when somebody else holds it.
+        void give_back(const void* holder) const;
+
+        /// Let go of the lock until `holds` does, which is asked whenever something has happened in the port. The time
+        /// that the device knows is not told anew.
+        template <class Condition>
+        void wait(const Condition& holds) {
+            port_.changed_.wait(lock_, holds);
+        }
+
       private:
         Port& port_;
         std::unique_lock<std::mutex> lock_;
@@ -82,6 +94,7 @@ class Bus final : public platform::Backend {
     explicit Bus(Pace pace) : clock_(pace) {}
 
     std::shared_ptr<Port> plug_in(DeviceOptions options);
+    std::vector<std::shared_ptr<Port>> ports();
     Clock& clock() { return clock_; }
     /// Let time pass, in steps no longer than until the next thing that happens.
     void step(std::int64_t microseconds);
@@ -98,8 +111,6 @@ class Bus final : public platform::Backend {
     IOReturn intercept(platform::Operation operation) override;
 
   private:
-    std::vector<std::shared_ptr<Port>> ports();
-
     Clock clock_;
     mutable std::mutex mutex_;
     std::vector<std::shared_ptr<Port>> ports_;  // guarded by mutex_

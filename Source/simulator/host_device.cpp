@@ -113,17 +113,13 @@ IOReturn SimulatedHostDevice::open() {
     const auto device = port_->access();
     if (gone(*device)) return kIOReturnNoDevice;
     if (const auto status = struck(Place::kOpen, device)) return *status;
-    // Whoever held what was in the port before it was unplugged holds nothing now.
-    if (port_->holder_ != nullptr && port_->held_generation_ == generation_) return kIOReturnExclusiveAccess;
-    port_->holder_ = this;
-    port_->held_generation_ = generation_;
-    return kIOReturnSuccess;
+    return device.hold(this) ? kIOReturnSuccess : kIOReturnExclusiveAccess;
 }
 
 void SimulatedHostDevice::close() {
     const auto device = port_->access();
     abort_reads();
-    if (port_->holder_ == this) port_->holder_ = nullptr;
+    device.give_back(this);
 }
 
 void SimulatedHostDevice::wait_in_vain(UInt32 timeout_ms) {

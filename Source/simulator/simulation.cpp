@@ -11,6 +11,7 @@
 #include "frame_mark.h"
 #include "scene.h"
 #include "tovixapi/tovixapi.h"
+#include "usbip.h"
 
 struct tovix_simulated_camera {
     std::shared_ptr<tovix::simulator::Port> port;
@@ -188,6 +189,11 @@ std::int32_t tovix_simulation_step(std::uint64_t microseconds) {
         simulation->bus.step(static_cast<std::int64_t>(microseconds));
         return TOVIX_OK;
     });
+}
+
+std::int32_t tovix_simulation_serve_usbip(int socket) {
+    if (!simulation || simulation->bus.clock().pace() == Pace::kStepped) return TOVIX_EINVAL;
+    return guarded([&] { return serve_usbip(simulation->bus, socket) ? TOVIX_OK : TOVIX_EFAIL; });
 }
 
 std::int32_t tovix_simulation_check_frame(const std::uint8_t* frame, std::uint32_t row_bytes, std::uint32_t height,

@@ -23,6 +23,7 @@ constexpr char kExamples[] =
     "  tovix capture --auto exposure --auto white-balance   first let the camera find its settings\n"
     "  tovix --simulate capture                       the same as with a camera, without one\n"
     "  tovix --simulate=lyra03m:77 info               a simulated model, with serial number 77\n"
+    "  tovix simulate --usbip                         one for other programs, as if it were real\n"
     "\n"
     "Answers go to standard output, messages to standard error.\n"
     "Exit status: 0 done, 1 failed, 2 wrong usage.";
@@ -38,13 +39,13 @@ constexpr char kPropertyHelp[] =
     "conversion keeps last for one command; give them to 'tovix capture --set'.";
 
 /// MODEL, MODEL:SERIAL, or nothing but the flag.
-SimulatedCamera parse_simulated(const std::string& value) {
+SimulatedCamera parse_simulated(const std::string& value, const std::string& option) {
     if (value == "true") return {};  // a flag without a value
     const std::size_t colon = value.find(':');
     SimulatedCamera camera{.model = value.substr(0, colon)};
     if (colon != std::string::npos)
         camera.serial_number = parse_number<std::uint32_t>(std::string_view(value).substr(colon + 1), 1,
-                                                           std::numeric_limits<std::uint32_t>::max(), "--simulate");
+                                                           std::numeric_limits<std::uint32_t>::max(), option);
     return camera;
 }
 
@@ -71,21 +72,20 @@ class Parser {
         simulate_ = app_.add_flag("--simulate")
                         ->description("Use a simulated camera, or several; --simulate=MODEL[:SERIAL]")
                         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-        app_.add_option("--picture", global_.view.picture,
-                        "PNG file that simulated cameras look at;\nif not given, a test chart")
-            ->type_name("FILE")
-            ->check(CLI::Validator(CLI::ExistingFile).description(""))
-            ->needs(simulate_);
+        view_.push_back(app_.add_option("--picture", global_.view.picture,
+                                        "PNG file that simulated cameras look at;\nif not given, a test chart")
+                            ->type_name("FILE")
+                            ->check(CLI::Validator(CLI::ExistingFile).description("")));
         const auto take_light = [this](const std::string& value) {
             global_.view.light = parse_three(value, 0.0, 1000.0, "--light");
         };
-        app_.add_option_function<std::string>("--light", take_light, "Colour of the light on it (1,1,1)")
-            ->type_name("R,G,B")
-            ->needs(simulate_);
-        add_number(app_, "--blur", "PIXELS", global_.view.blur, 0.0, 32.0, "How far out of focus it is (0)")
-            ->needs(simulate_);
-        add_number(app_, "--noise", "LEVELS", global_.view.noise, 0.0, 255.0, "Noise of the simulated sensors (1)")
-            ->needs(simulate_);
+        view_.push_back(
+            app_.add_option_function<std::string>("--light", take_light, "Colour of the light on it (1,1,1)")
+                ->type_name("R,G,B"));
+        view_.push_back(
+            add_number(app_, "--blur", "PIXELS", global_.view.blur, 0.0, 32.0, "How far out of focus it is (0)"));
+        view_.push_back(add_number(app_, "--noise", "LEVELS", global_.view.noise, 0.0, 255.0,
+                                   "Noise of the simulated sensors (1)"));
         app_.add_option("--resources", global_.resources, "Directory with firmware and FPGA images")
             ->type_name("DIR")
             ->check(CLI::Validator(CLI::ExistingDirectory).description(""));
@@ -98,13 +98,17 @@ class Parser {
         add_capture();
         add_convert();
         add_stream();
+        add_simulate();
     }
 
     std::variant<Arguments, int> parse(int argc, char** argv) {
         try {
             app_.parse(argc, argv);
             for (const std::string& value : simulate_->results())
-                global_.simulated.push_back(parse_simulated(value));
+                global_.simulated.push_back(parse_simulated(value, "--simulate"));
+            for (const CLI::Option* const option : view_) {
+                if (*option && !*simulate_ && !*serve_) throw CLI::RequiresError(option->get_name(), "--simulate");
+            }
             return Arguments{global_, chosen()};
         } catch (const CLI::ParseError& error) {
             if (error.get_exit_code() == 0) return app_.exit(error);
@@ -267,6 +271,37 @@ class Parser {
             "number their frames, so of others skipped frames cannot be told.");
     }
 
+    void add_simulate() {
+        SimulateOptions& options = simulate_options_;
+        serve_ = app_.add_subcommand("simulate", "Lend simulated cameras to other programs and machines");
+        serve_->add_flag("--usbip")->description("Over USB/IP, which Linux takes for a real bus")->required();
+        const auto take = [this](const std::vector<std::string>& words) {
+            for (const std::string& word : words)
+                simulate_options_.cameras.push_back(parse_simulated(word, "--model"));
+        };
+        serve_
+            ->add_option_function<std::vector<std::string>>("--model", take,
+                                                            "A camera, or several; if not given, the first model")
+            ->type_name("MODEL[:SERIAL]")
+            ->allow_extra_args(false);
+        serve_->add_flag("--ready", options.ready,
+                         "With firmware and FPGA image; if not given, bare:\n"
+                         "attach a camera again once it has its firmware");
+        serve_
+            ->add_option("--address", options.address,
+                         "Where to listen (127.0.0.1). Whoever reaches it may\n"
+                         "use the cameras; 0.0.0.0 is everybody")
+            ->type_name("HOST");
+        add_number(*serve_, "--port", "N", options.port, std::uint16_t{0}, std::numeric_limits<std::uint16_t>::max(),
+                   "TCP port (3240); 0: one that is free");
+        serve_->add_flag("--json", options.json, "Answer in JSON");
+        serve_->footer(
+            "Runs until it is interrupted. On the machine that is to have the cameras:\n"
+            "  modprobe vhci-hcd\n"
+            "  usbip attach -r HOST -b 1-1        the second one is 1-2, and so on\n"
+            "  tovix --resources DIR list         DIR: firmware of the simulated cameras");
+    }
+
     /// The command that was given, with what concerns several of its options settled.
     Command chosen() {
         if (list_->parsed()) return list_options_;
@@ -276,10 +311,17 @@ class Parser {
         if (auto_->parsed()) return chosen_auto();
         if (capture_->parsed()) return chosen_capture();
         if (convert_->parsed()) return chosen_convert();
+        if (serve_->parsed()) return chosen_simulate();
         stream_options_.to_stdout = !stream_output_.empty();
         if (stream_options_.to_stdout && isatty(STDOUT_FILENO) == 1)
             throw CLI::ValidationError("-o", "frames do not belong on a terminal; give a pipe or a file");
         return stream_options_;
+    }
+
+    Command chosen_simulate() {
+        if (*simulate_) throw CLI::ValidationError("--simulate", "the command says which cameras with --model");
+        if (simulate_options_.cameras.empty()) simulate_options_.cameras.emplace_back();
+        return simulate_options_;
     }
 
     Command chosen_auto() {
@@ -321,8 +363,9 @@ class Parser {
 
     CLI::App app_;
     CLI::Option* simulate_ = nullptr;
+    std::vector<CLI::Option*> view_;  // what simulated cameras look at
     CLI::App *list_ = nullptr, *info_ = nullptr, *get_ = nullptr, *set_ = nullptr, *auto_ = nullptr;
-    CLI::App *capture_ = nullptr, *convert_ = nullptr, *stream_ = nullptr;
+    CLI::App *capture_ = nullptr, *convert_ = nullptr, *stream_ = nullptr, *serve_ = nullptr;
     CLI::Option* target_ = nullptr;
     bool one_shot_ = false;
     GlobalOptions global_;
@@ -334,6 +377,7 @@ class Parser {
     CaptureOptions capture_options_;
     ConvertOptions convert_options_;
     StreamOptions stream_options_;
+    SimulateOptions simulate_options_;
     RenderingArguments rendering_, convert_rendering_;
     std::string format_, convert_format_, stream_output_;
 };

@@ -7,7 +7,7 @@
 #include "commands.h"
 
 using Command = std::variant<ListOptions, InfoOptions, GetOptions, SetOptions, AutoOptions, CaptureOptions,
-                             ConvertOptions, StreamOptions>;
+                             ConvertOptions, StreamOptions, SimulateOptions>;
 
 struct Arguments {
     GlobalOptions global;

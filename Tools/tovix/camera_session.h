@@ -2,27 +2,13 @@
 // The library for the time of one command: the bus, the cameras on it, and the choice of one.
 #pragma once
 
-#include <array>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "camera.h"
 #include "camera_list.h"
-#include "quiet_stderr.h"
-
-struct SimulatedCamera {
-    std::string model;                // empty: the first model
-    std::uint32_t serial_number = 0;  // 0: the next one that is free
-};
-
-/// What simulated cameras look at, and how.
-struct SimulatedView {
-    std::string picture;                   // PNG file; empty: the test chart
-    std::array<double, 3> light{1, 1, 1};  // red, green, blue
-    double blur = 0;                       // standard deviation, in pixels
-    std::optional<double> noise;           // standard deviation, in levels; else the usual
-};
+#include "simulated_bus.h"
 
 /// What stands in front of the command.
 struct GlobalOptions {
@@ -39,13 +25,11 @@ struct NoCamera : Failure {
 
 class CameraSession {
   public:
-    enum class Marks : bool { kNone, kInFrames };
-
     /// Bring the attached cameras up and list them; several seconds when one has no firmware yet. There is at
     /// least one camera afterwards. `marks` asks simulated cameras to number their frames in the pixels. Throws
     /// Failure, and NoCamera where there is none.
-    CameraSession(const GlobalOptions& options, QuietStderr& quiet, Marks marks = Marks::kNone);
-    ~CameraSession();
+    CameraSession(const GlobalOptions& options, QuietStderr& quiet,
+                  SimulatedBus::Marks marks = SimulatedBus::Marks::kNone);
     CameraSession(const CameraSession&) = delete;
     CameraSession& operator=(const CameraSession&) = delete;
 
@@ -55,10 +39,9 @@ class CameraSession {
     Camera open(const std::string& selector) const;
 
   private:
-    void attach(const SimulatedCamera& camera, const SimulatedView& view, Marks marks) const;
     void start_up(const GlobalOptions& options);
 
     QuietStderr& quiet_;
+    std::optional<SimulatedBus> bus_;
     std::vector<ListedCamera> cameras_;
-    bool simulated_;
 };

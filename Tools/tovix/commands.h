@@ -83,6 +83,14 @@ struct StreamOptions {
     double timeout_s = 10;   // for one frame
 };
 
+struct SimulateOptions {
+    std::vector<SimulatedCamera> cameras;  // at least one
+    bool ready = false;                    // they have their firmware and FPGA image, and keep them
+    std::string address = "127.0.0.1";     // to listen on
+    std::uint16_t port = 3240;             // 0: one that is free
+    bool json = false;
+};
+
 void run(const ListOptions& options, const GlobalOptions& global, QuietStderr& quiet);
 void run(const InfoOptions& options, const GlobalOptions& global, QuietStderr& quiet);
 void run(const GetOptions& options, const GlobalOptions& global, QuietStderr& quiet);
@@ -91,3 +99,4 @@ void run(const AutoOptions& options, const GlobalOptions& global, QuietStderr& q
 void run(const CaptureOptions& options, const GlobalOptions& global, QuietStderr& quiet);
 void run(const ConvertOptions& options, const GlobalOptions& global, QuietStderr& quiet);
 void run(const StreamOptions& options, const GlobalOptions& global, QuietStderr& quiet);
+void run(const SimulateOptions& options, const GlobalOptions& global, QuietStderr& quiet);

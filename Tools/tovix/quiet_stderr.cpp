@@ -57,16 +57,25 @@ bool QuietStderr::can_draw() const {
     return memory_ >= 0 && isatty(fileno(messages_)) == 1;
 }
 
-std::string QuietStderr::last_error() const {
+std::string QuietStderr::lines() const {
     if (memory_ < 0) return {};
     std::string all(static_cast<std::size_t>(std::max(size_of(memory_), off_t{0})), '\0');
     const ssize_t got = pread(memory_, all.data(), all.size(), 0);
     all.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
+    return all;
+}
 
+bool QuietStderr::says_refused() const {
+    const std::string all = lines();
+    return all.find("unable to open device: e00002e2") != std::string::npos ||
+           all.find("device open error: Permission denied") != std::string::npos;
+}
+
+std::string QuietStderr::last_error() const {
     // Lines without the prefix often only say what an error line before them led to.
     std::string last_error, last_unable;
-    std::istringstream lines(all);
-    for (std::string line; std::getline(lines, line);) {
+    std::istringstream all(lines());
+    for (std::string line; std::getline(all, line);) {
         if (const std::string_view error = error_in(line); !error.empty()) {
             last_error = error;
         } else if (line.find("unable") != std::string::npos) {

@@ -26,6 +26,8 @@ class QuietStderr {
     /// The library's last line that begins with "error:", without that, or else its last one that says
     /// "unable"; empty when there is none.
     std::string last_error() const;
+    /// Whether the library was refused a device for lack of permission, while it brought it up or later.
+    bool says_refused() const;
     /// Drop the lines so far, so that a later failure is not explained by an earlier one.
     void forget();
     /// Drop them when they have become many: cameras in trouble report each transfer, for as long as a stream runs.
@@ -35,6 +37,8 @@ class QuietStderr {
     Failure failure(const std::string& what, std::int32_t result, const std::string& advice) const;
 
   private:
+    std::string lines() const;
+
     int memory_ = -1;                // the memory file; -1 while nothing is redirected
     std::FILE* messages_ = nullptr;  // the former file descriptor 2
 };

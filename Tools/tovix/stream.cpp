@@ -103,7 +103,7 @@ class Ticker {
 void run(const StreamOptions& options, const GlobalOptions& global, QuietStderr& quiet) {
     // Marks overwrite pixels, which whoever reads the pipe would not like.
     const bool marked = !global.simulated.empty() && !options.to_stdout;
-    const CameraSession session(global, quiet, marked ? CameraSession::Marks::kInFrames : CameraSession::Marks::kNone);
+    const CameraSession session(global, quiet, marked ? SimulatedBus::Marks::kInFrames : SimulatedBus::Marks::kNone);
     const Camera camera = session.open(options.camera);
     const FrameLayout layout = camera.frame_layout();
 

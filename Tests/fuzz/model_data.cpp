@@ -21,14 +21,13 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     camera_id row{};
     row.firmware_file = name.c_str();
     row.model_data = block.data();
-    row.model_data_size = static_cast<std::uint32_t>(block.span().size());
+    row.model_data_size = static_cast<std::uint32_t>(block.size());
 
     const void* value = nullptr;
     std::uint32_t length = 0;
     if (find_model_data(&row, tag, &value, &length) == TOVIX_OK) {
         const auto* const first = static_cast<const std::uint8_t*>(value);
-        require(first >= block.data() &&
-                    length <= static_cast<std::size_t>(block.span().data() + block.span().size() - first),
+        require(first >= block.data() && length <= static_cast<std::size_t>(block.data() + block.size() - first),
                 "a record lies in its block");
     }
     const ResourcePath path = resource_path(row.firmware_file, release);

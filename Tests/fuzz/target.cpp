@@ -8,7 +8,7 @@
 #include <cstdlib>
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    if (std::FILE* const nowhere = std::fopen("/dev/null", "w")) stderr = nowhere;
+    if (std::FILE* const nowhere = std::fopen("/dev/null", "w")) stdout = stderr = nowhere;
     return 0;
 }
 
@@ -18,6 +18,15 @@ void require(bool statement, const char* what) {
     if (statement) return;
     dprintf(STDERR_FILENO, "not true: %s\n", what);
     std::abort();
+}
+
+void Input::fill(std::span<std::uint8_t> buffer) {
+    constexpr std::size_t kPeriod = 64;
+    const auto pattern = take(std::min(kPeriod, buffer.size()));
+    std::ranges::fill(buffer, std::uint8_t{0});
+    std::ranges::copy(pattern, buffer.begin());
+    for (std::size_t done = pattern.size(); done > 0 && done < buffer.size(); done *= 2)
+        std::memcpy(&buffer[done], buffer.data(), std::min(done, buffer.size() - done));
 }
 
 ScratchFile::ScratchFile() : fd_(memfd_create("fuzz", MFD_CLOEXEC)) {

@@ -15,8 +15,8 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
-/// Standard error becomes a buffer that nobody reads: the library's messages would be most of the time. What sanitizers
-/// and require() say is still seen.
+/// Standard output and error become a buffer that nobody reads: the library's messages would take most of the time. What
+/// sanitizers and require() say is still seen.
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv);
 
 namespace tovix::fuzz {
@@ -65,12 +65,8 @@ class Input {
 
     std::span<const std::uint8_t> rest() { return take(rest_.size()); }
 
-    /// Fill a buffer with what comes next, over and over; with zeroes when nothing does.
-    void fill(std::span<std::uint8_t> buffer, std::size_t period = 64) {
-        const auto pattern = take(std::min(period, buffer.size()));
-        for (std::size_t i = 0; i < buffer.size(); ++i)
-            buffer[i] = pattern.empty() ? std::uint8_t{0} : pattern[i % pattern.size()];
-    }
+    /// Fill a buffer with the next 64 bytes over and over; with zeroes when nothing comes.
+    void fill(std::span<std::uint8_t> buffer);
 
   private:
     std::span<const std::uint8_t> rest_;
@@ -83,8 +79,13 @@ class Block {
     explicit Block(std::span<const std::uint8_t> content) : Block(content.size()) {
         std::ranges::copy(content, bytes_.get());
     }
+    Block(std::size_t size, std::uint8_t value) : Block(size) { std::memset(data(), value, size); }
     std::uint8_t* data() const { return bytes_.get(); }
+    std::size_t size() const { return size_; }
     std::span<std::uint8_t> span() const { return {bytes_.get(), size_}; }
+    bool operator==(const Block& other) const {
+        return size_ == other.size_ && std::memcmp(data(), other.data(), size_) == 0;
+    }
 
   private:
     std::unique_ptr<std::uint8_t[]> bytes_;

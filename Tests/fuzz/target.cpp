@@ -6,9 +6,11 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <iostream>
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     if (std::FILE* const nowhere = std::fopen("/dev/null", "w")) stdout = stderr = nowhere;
+    std::cout.rdbuf(nullptr);
     return 0;
 }
 

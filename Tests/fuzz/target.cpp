@@ -31,6 +31,26 @@ void Input::fill(std::span<std::uint8_t> buffer) {
         std::memcpy(&buffer[done], buffer.data(), std::min(done, buffer.size() - done));
 }
 
+namespace {
+constexpr std::size_t kPage = 4096;
+}
+
+Fence::Fence(std::size_t most) : size_((most + kPage - 1) / kPage * kPage) {
+    void* const pages = mmap(nullptr, size_ + 2 * kPage, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    require(pages != MAP_FAILED, "a fence can be made");
+    pages_ = static_cast<std::uint8_t*>(pages);
+    require(mprotect(pages_ + kPage, size_, PROT_READ | PROT_WRITE) == 0, "a fence can be opened");
+}
+
+Fence::~Fence() {
+    munmap(pages_, size_ + 2 * kPage);
+}
+
+std::span<std::uint8_t> Fence::span(std::size_t size, bool at_end) const {
+    require(size <= size_, "it fits between the fences");
+    return {pages_ + kPage + (at_end ? size_ - size : 0), size};
+}
+
 ScratchFile::ScratchFile() : fd_(memfd_create("fuzz", MFD_CLOEXEC)) {
     require(fd_ >= 0, "a scratch file can be made");
 }

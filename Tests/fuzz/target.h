@@ -92,6 +92,22 @@ class Block {
     std::size_t size_;
 };
 
+/// Memory between two pages that nobody may touch, for code that sanitizers do not see.
+class Fence {
+  public:
+    explicit Fence(std::size_t most);
+    ~Fence();
+    Fence(const Fence&) = delete;
+    Fence& operator=(const Fence&) = delete;
+
+    /// So many bytes at its front or at its end.
+    std::span<std::uint8_t> span(std::size_t size, bool at_end) const;
+
+  private:
+    std::uint8_t* pages_;
+    std::size_t size_;  // between the two
+};
+
 /// A file without a name whose content changes.
 class ScratchFile {
   public:

@@ -80,7 +80,8 @@ int CVorm::ConvertBayerToRgb(unsigned char* dst, unsigned char const* src, unsig
     const bool mono = f.mono != 0;
     const unsigned image_bits = pixel_bits(bits, mono);
     const unsigned method = mono ? unsigned{TOVIX_DEMOSAIC_NONE} : s.demosaic_method;
-    const bool has_table = s.lut_size != 0 && s.lut != nullptr;
+    // Of the two tables, the one for such samples decides which kernel runs.
+    const bool has_table = s.lut_size != 0 && s.lut != nullptr && (f.sample_kind == 0 || s.lut16 != nullptr);
     const auto [kernel, sweeping] = find_conversion(method, sample_bits(f), image_bits, f.interlaced != 0, has_table);
     if (kernel.run == nullptr) return 0;
     if (f.width == 0 && f.height == 0) return 1;

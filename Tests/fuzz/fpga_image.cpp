@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: Apache-2.0
+// FPGA loading: any image, to a camera that may lie meanwhile.
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "camera_table.h"
+#include "hostile_bus.h"
+#include "search.h"
+
+using namespace tovix::fuzz;
+using tovix::simulator::DeviceOptions;
+
+namespace {
+
+constexpr char kModel[] = "mira13c";
+
+/// A resource directory in which the FPGA image is a file that changes.
+class Resources {
+  public:
+    Resources() {
+        char name[] = "/tmp/fuzz-XXXXXX";
+        require(mkdtemp(name) != nullptr, "a directory can be made");
+        root = name;
+        const std::filesystem::path path = resource_path((root / camera().row->fpga_file).c_str(), 0).text;
+        std::filesystem::create_directories(path.parent_path());
+        std::filesystem::create_symlink(image.path(), path);
+    }
+    ~Resources() { std::filesystem::remove_all(root); }
+    Resources(const Resources&) = delete;
+    Resources& operator=(const Resources&) = delete;
+
+    static tovix::simulator::Model camera() {
+        tovix::simulator::Model model;
+        require(find_model(kModel, model) && model.has_fpga(), "there is such a model");
+        return model;
+    }
+
+    ScratchFile image;
+    std::filesystem::path root;
+};
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static const Resources resources;
+    Input input(data, size);
+    const auto some = input.take(input.number<std::uint8_t>());
+    Input lies(some.data(), some.size());
+    resources.image.set(input.rest());
+
+    DeviceOptions options;
+    options.camera = tovix::simulator::CameraSetup::of(Resources::camera());
+    options.state = DeviceOptions::State::kWithoutFpga;
+    HostileBus bus(lies, std::move(options));
+    usb_init = 0;
+    tovix_init(resources.root.c_str());
+    return 0;
+}

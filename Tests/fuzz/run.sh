@@ -1,0 +1,39 @@
+#!/bin/bash
+# SPDX-License-Identifier: Apache-2.0
+# Builds the fuzz targets and lets each look for inputs: run.sh [SECONDS | runs=EXECUTIONS] [TARGET...], 60 seconds and all
+# targets unless told otherwise. Prints a line a target; fails when one made a find, and says where it is. What is learnt
+# stays in build/fuzz/corpus.
+set -euo pipefail
+cd "$(dirname "$0")/../.."
+limit=-max_total_time=${1:-60}
+[[ ${1-} != runs=* ]] || limit=-$1
+targets=("${@:2}")
+
+Tools/install_packages.sh clang-14 libclang-rt-14-dev cmake ninja-build pkg-config libusb-1.0-0-dev libhwy-dev libpng-dev \
+    libtiff-dev zlib1g-dev libcli11-dev nlohmann-json3-dev libgtest-dev libumockdev-dev umockdev
+cmake --preset fuzz >build/fuzz.log 2>&1 && cmake --build --preset fuzz >>build/fuzz.log 2>&1 || {
+    grep -E -A10 'error|FAILED' build/fuzz.log | head -n 60 >&2
+    exit 1
+}
+cd build/fuzz
+if [[ ${#targets[@]} = 0 ]]; then
+    for program in Tests/fuzz/fuzz_*; do targets+=("${program#*/fuzz_}"); done
+fi
+
+mkdir -p finds
+failed=0
+printf '%-16s %12s %8s %10s %6s\n' target executions exec/s 'new units' finds
+for target in "${targets[@]}"; do
+    mkdir -p "corpus/$target"
+    before=$(find finds -name "$target-*" | wc -l)
+    options=("$limit" -print_final_stats=1 -timeout=120 -report_slow_units=120 -max_len=2048 -artifact_prefix="finds/$target-")
+    dictionary=../../Tests/fuzz/dictionaries/$target
+    [[ ! -f $dictionary ]] || options+=(-dict="$dictionary")
+    "Tests/fuzz/fuzz_$target" "${options[@]}" "corpus/$target" "../../Tests/fuzz/seeds/$target" >"$target.log" 2>&1 || failed=1
+    finds=$(($(find finds -name "$target-*" | wc -l) - before))
+    stat() { sed -n "s/^stat::$1: *//p" "$target.log"; }
+    printf '%-16s %12s %8s %10s %6s\n' "$target" "$(stat number_of_executed_units)" "$(stat average_exec_per_sec)" \
+        "$(stat new_units_added)" "$finds"
+    grep -E '^(SUMMARY|not true|artifact_prefix)' "$target.log" | sed "s|Test unit written to |&$PWD/|" || true
+done
+exit $failed

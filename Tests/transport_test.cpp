@@ -127,6 +127,21 @@ std::string string_of(std::vector<std::uint8_t> descriptor, int max = 32, std::i
     return status == 0 ? text.data() : "failed";
 }
 
+TEST(Bulk, AReadBringsAFrameOrNothingInTime) {
+    Wire wire;
+    const _tovix_frame_format format = format_of(64, 16);
+    ASSERT_EQ(tovix_set_video_format(wire.camera, &format), 0);
+    std::vector<std::uint8_t> frame(64 * 16 + 1, 0xA5);
+    const std::int64_t before_us = wire.bus->now_us();
+    EXPECT_EQ(tz_usb_bulk_read(wire.camera, 1, frame.data(), 64 * 16), 0) << "the video is off";
+    EXPECT_EQ(wire.bus->now_us() - before_us, 5'000'000) << "the time limit of a read";
+
+    ASSERT_EQ(tz_usb_write_tovix_u32(wire.camera, TOVIX_VIDEO_SWITCH, 0x80), 0);
+    EXPECT_EQ(tz_usb_bulk_read(wire.camera, 1, frame.data(), 64 * 16), 64 * 16);
+    EXPECT_NE(frame, std::vector<std::uint8_t>(frame.size(), 0xA5));
+    EXPECT_EQ(frame.back(), 0xA5) << "beyond the frame";
+}
+
 TEST(Strings, AreTakenAsTheyComeAndNeverBelieved) {
     std::int32_t result = 0;
     EXPECT_EQ(string_of({6, 3, 'a', 0, 'b', 0}), "ab");

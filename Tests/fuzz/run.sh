@@ -9,8 +9,7 @@ limit=-max_total_time=${1:-60}
 [[ ${1-} != runs=* ]] || limit=-$1
 targets=("${@:2}")
 
-Tools/install_packages.sh clang-14 libclang-rt-14-dev cmake ninja-build pkg-config libusb-1.0-0-dev libhwy-dev libpng-dev \
-    libtiff-dev zlib1g-dev libcli11-dev nlohmann-json3-dev libgtest-dev libumockdev-dev umockdev
+Tools/install_test_packages.sh
 cmake --preset fuzz >build/fuzz.log 2>&1 && cmake --build --preset fuzz >>build/fuzz.log 2>&1 || {
     grep -E -A10 'error|FAILED' build/fuzz.log | head -n 60 >&2
     exit 1

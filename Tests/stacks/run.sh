@@ -3,8 +3,7 @@
 # What needs a real kernel, in an emulated machine; where its packages cannot be had, one line says so.
 set -eu
 cd "$(dirname "$0")/../.."
-Tools/install_packages.sh g++ cmake ninja-build pkg-config libusb-1.0-0-dev libhwy-dev libpng-dev libtiff-dev zlib1g-dev \
-    libcli11-dev nlohmann-json3-dev libgtest-dev libumockdev-dev umockdev
+Tools/install_test_packages.sh
 Tools/install_packages.sh qemu-system-x86 cpio xz-utils >/dev/null 2>&1 || {
     echo "kernel: skipped, the packages of the emulated machine cannot be had"
     exit 0

@@ -10,6 +10,7 @@ limit=-max_total_time=${1:-60}
 targets=("${@:2}")
 
 Tools/install_test_packages.sh
+mkdir -p build
 cmake --preset fuzz >build/fuzz.log 2>&1 && cmake --build --preset fuzz >>build/fuzz.log 2>&1 || {
     grep -E -A10 'error|FAILED' build/fuzz.log | head -n 60 >&2
     exit 1

@@ -6,8 +6,8 @@
 // Raw rows that the frame holds as they are wanted stay there: only those at its ends, beyond which nothing may be read,
 // are copied.
 //
-// Columns are those of the image: a mirrored image is made of mirrored rows. A strip fetches a few columns more on each
-// side than it stores. Outside of the picture, raw rows and columns mirror those inside: there most rules need no
+// Columns are those of the frame; a mirrored image is turned round as it is stored. A strip fetches a few columns more on
+// each side than it stores. Outside of the picture, raw rows and columns mirror those inside: there most rules need no
 // exception. The first and the last column do: they are made again by the plain rules, pixel by pixel.
 #include "sweep.h"
 

@@ -144,7 +144,7 @@ class SweepTest : public ::testing::Test {
     _lut8_struct table8{};
     std::vector<unsigned short> table16 = std::vector<unsigned short>(65536);
     std::vector<std::int64_t> targets{0};
-    long cases = 0;
+    std::size_t cases = 0;
 
     void SetUp() override {
         std::ranges::generate(table8.table, [&] { return static_cast<unsigned char>(random()); });
@@ -165,7 +165,7 @@ TEST_F(SweepTest, EverySizeOfOneStrip) {
             if (HasFatalFailure()) return;
         }
     }
-    std::printf("%ld cases\n", cases);
+    std::printf("%zu cases\n", cases);
 }
 
 /// A picture that is wider is made in several strips; nobody sees where they meet.

@@ -3,8 +3,8 @@
 //
 //   camera_server MODEL...
 //
-// The n-th camera has serial number n, marks its frames, and is not plugged in at first. Standard input has a command a
-// line, "plug N" or "unplug N", which is answered by "done" on standard output.
+// The n-th camera has serial number n, marks its frames, and is not plugged in at first. Orders come on standard input and
+// are answered on standard output, see camera_orders.h.
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -18,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "camera_orders.h"
 #include "tovixapi/simulation.h"
 #include "tovixapi/tovixapi.h"
 
@@ -71,15 +72,8 @@ int main(int argc, char** argv) {
         tovix_simulation_unplug(cameras.back());
         std::thread(keep_attached, static_cast<unsigned>(i)).detach();
     }
-    char line[64];
-    while (std::fgets(line, sizeof line, stdin) != nullptr) {
-        char word[16];
-        unsigned number = 0;
-        if (std::sscanf(line, "%15s %u", word, &number) != 2 || number < 1 || number > cameras.size()) return 2;
-        const bool plug = std::strcmp(word, "plug") == 0;
-        if ((plug ? tovix_simulation_plug_in : tovix_simulation_unplug)(cameras[number - 1]) != TOVIX_OK) return 1;
-        std::puts("done");
-        std::fflush(stdout);
-    }
-    _exit(0);  // the threads hold what the simulation is made of
+    const bool obeyed = tovix::stacks::obey(stdin, stdout, cameras.size(), [&](bool plug, std::size_t i) {
+        return (plug ? tovix_simulation_plug_in : tovix_simulation_unplug)(cameras[i]) == TOVIX_OK;
+    });
+    _exit(obeyed ? 0 : 1);  // the threads hold what the simulation is made of
 }

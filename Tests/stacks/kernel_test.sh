@@ -58,15 +58,24 @@ disk=$cache/disk
 (cd "$root" && find . | cpio --quiet -o -H newc | gzip -1) >"$disk"
 
 # Boot, show what the machine says, and leave with 1 unless all is well there.
-boot() { # STAGE OPTION...
+boot() { # STAGE COMMAND...: runs QEMU
     stage=$1
     shift
     log=$cache/$stage.log
     echo "kernel: $stage"
-    timeout 300 qemu-system-x86_64 -machine q35 -cpu qemu64 -m 512 -nodefaults -display none -no-reboot -serial stdio \
-        -kernel "$image" -initrd "$disk" -append "console=ttyS0 quiet mitigations=off panic=-1 stage=$stage" "$@" \
-        </dev/null >"$log" 2>&1 || true
+    timeout 300 "$@" -machine q35 -cpu qemu64 -m 512 -nodefaults -display none -no-reboot -kernel "$image" \
+        -initrd "$disk" -append "console=ttyS0 quiet mitigations=off panic=-1 stage=$stage" </dev/null >"$log" 2>&1 || true
     tr -d '\r' <"$log" | grep -E '^(passed|FAILED|  )' || true
     tr -d '\r' <"$log" | grep -qx 'all passed' || { tail -n 40 "$log" >&2; exit 1; }
 }
-boot usbip
+boot usbip qemu-system-x86_64 -serial stdio
+
+# Cameras from outside, behind emulated controllers. redir_server.cpp says which sockets QEMU gets from it.
+set -- -serial stdio -chardev socket,id=orders,fd=10 -serial chardev:orders
+for number in 1 2 3; do
+    set -- "$@" -chardev socket,id=camera$number,fd=$((10 + number)) \
+        -device usb-redir,chardev=camera$number,bus=usb.0,port=$number
+done
+server=$build/Tests/stacks/redir_server
+boot xhci "$server" qemu-system-x86_64 -device qemu-xhci,id=usb "$@"
+boot ehci "$server" qemu-system-x86_64 -device usb-ehci,id=usb "$@"

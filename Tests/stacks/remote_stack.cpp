@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The host's own kernel. Somebody else serves the cameras to it, and plugs and unplugs them when told: over the terminal
-// or the pair of pipes that TOVIX_CAMERA_CONTROL names, "path" or "commands:answers". See camera_server.cpp.
+// or the pair of pipes that TOVIX_CAMERA_CONTROL names, "path" or "commands:answers". See camera_orders.h.
 #include <unistd.h>
 
 #include <chrono>

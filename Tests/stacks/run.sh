@@ -4,7 +4,7 @@
 set -eu
 cd "$(dirname "$0")/../.."
 Tools/install_test_packages.sh
-Tools/install_packages.sh qemu-system-x86 cpio xz-utils >/dev/null 2>&1 || {
+Tools/install_packages.sh qemu-system-x86 cpio xz-utils libusbredirparser-dev >/dev/null 2>&1 || {
     echo "kernel: skipped, the packages of the emulated machine cannot be had"
     exit 0
 }

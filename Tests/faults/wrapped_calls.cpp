@@ -52,17 +52,18 @@ void* operator new(std::size_t size) {
 void* operator new[](std::size_t size) {
     return operator new(size);
 }
-void operator delete(void* memory) noexcept {
+// Where GCC sees through this one, too, it warns that what comes from `new` must not go to free().
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
     std::free(memory);
 }
 void operator delete[](void* memory) noexcept {
-    std::free(memory);
+    operator delete(memory);
 }
 void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
+    operator delete(memory);
 }
 void operator delete[](void* memory, std::size_t) noexcept {
-    std::free(memory);
+    operator delete(memory);
 }
 
 // NOLINTBEGIN: these names are the linker's

@@ -124,8 +124,11 @@ void take_frames(World& world, std::atomic<int>& taken) {
     };
     while (taken < kFrames) {
         const std::int32_t index = world(kWait, world.camera);
-        if (index == TOVIX_EINVAL) let_go();  // the newest frame is being overwritten: too many are held
-        if (index == TOVIX_EINVAL) continue;
+        if (index == TOVIX_EINVAL) {  // the newest frame is being overwritten: too many are held
+            let_go();
+            world.bus().pass(kFramePeriodUs);
+            continue;
+        }
         if (index < 0) break;
         world.check_frame(index);
         const bool hold = ++taken % 3 == 0 && held < 0;

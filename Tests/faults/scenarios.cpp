@@ -207,15 +207,15 @@ void adjust(World& world) {
 namespace {
 
 constexpr Scenario kScenarios[] = {
-    {"bring-up", &attach_bare, &bring_up, false},
-    {"enumerate three", &attach_three, &enumerate_three, false},
+    {"bring-up", &attach_bare, &bring_up, /*beside_others=*/false},
+    {"enumerate three", &attach_three, &enumerate_three, /*beside_others=*/false},
     {"open", &attach_one, &open_and_close},
     {"properties and formats", &open_one, &sweep_settings},
     {"stream", &open_one, &stream_frames},
     {"stop and close", &start_one, &stop_and_close},
     {"adjustment", &start_one, &adjust},
 #ifdef TOVIX_WITH_TOOL
-    {"capture", &attach_for_capture, &capture, false},
+    {"capture", &attach_one, &capture, /*beside_others=*/false},
 #endif
 };
 

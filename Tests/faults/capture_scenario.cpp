@@ -38,10 +38,6 @@ bool is_picture(const std::filesystem::path& file) {
 
 }  // namespace
 
-void attach_for_capture(World& world) {
-    world.attach("mira13c", simulator::DeviceOptions::State::kWithoutFpga);
-}
-
 void capture(World& world) {
     constexpr std::uint32_t kPictures = 2;
     std::optional<Folder> folder;

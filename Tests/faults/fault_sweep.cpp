@@ -24,8 +24,17 @@
 #include "unplug_moments.h"
 
 #ifdef __SANITIZE_ADDRESS__
-#include <sanitizer/common_interface_defs.h>
 #include <sanitizer/lsan_interface.h>
+#endif
+#if defined __SANITIZE_ADDRESS__ || defined __SANITIZE_THREAD__
+#define SANITIZED
+#include <sanitizer/common_interface_defs.h>
+#endif
+#ifdef __SANITIZE_THREAD__
+/// A race ends the run, as a wrong access does: else the case that it was in would not be known.
+extern "C" [[gnu::visibility("default")]] const char* __tsan_default_options() {  // NOLINT: the sanitizer's name
+    return "halt_on_error=1";
+}
 #endif
 
 namespace tovix::faults {
@@ -74,7 +83,7 @@ void silence_library() {
     dup2(nowhere, STDOUT_FILENO);
     dup2(nowhere, STDERR_FILENO);
     close(nowhere);
-#ifdef __SANITIZE_ADDRESS__
+#ifdef SANITIZED
     __sanitizer_set_report_fd(reinterpret_cast<void*>(static_cast<std::intptr_t>(report_file)));  // NOLINT
     __sanitizer_set_death_callback([] { say_running("SANITIZER in "); });
 #endif

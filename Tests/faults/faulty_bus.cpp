@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "platform.h"
+#include "waits.h"
 
 namespace tovix::faults {
 
@@ -308,6 +309,7 @@ Passage::Passage(FaultyBus& bus, Speed speed) {
         const bool real = speed == Speed::kReal;
         for (std::int64_t step_us = kStepUs; !over.stop_requested();) {
             std::this_thread::sleep_for(std::chrono::microseconds(real ? step_us : 20));
+            if (!real && !waits().wait_for_one(over)) return;
             bus.pass(step_us);
             if (!real) step_us = std::min(step_us + step_us / 8, kLongestStepUs);
         }

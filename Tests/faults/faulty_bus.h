@@ -81,8 +81,9 @@ class FaultyBus final : public platform::Backend {
     std::list<std::unique_ptr<LateRead>> late_;  // guarded by late_mutex_
 };
 
-/// While one exists, time passes: slowly at first, so that who waits sees every frame, then faster. At real speed a second
-/// takes a second, but the process may be stopped for a while without anyone having waited too long.
+/// While one exists, time passes whenever somebody waits (see Waits): slowly at first, so that who waits sees every frame,
+/// then faster. At real speed it passes always, and a second takes a second, but the process may be stopped for a while
+/// without anyone having waited too long.
 class Passage {
   public:
     enum class Speed : bool { kReal, kGrowing };

@@ -124,8 +124,11 @@ void take_frames(World& world, std::atomic<int>& taken) {
     };
     while (taken < kFrames) {
         const std::int32_t index = world(kWait, world.camera);
-        if (index == TOVIX_EINVAL) let_go();  // the newest frame is being overwritten: too many are held
-        if (index == TOVIX_EINVAL) continue;
+        if (index == TOVIX_EINVAL) {  // the newest frame is being overwritten: too many are held
+            let_go();
+            world.bus().pass(kFramePeriodUs);
+            continue;
+        }
         if (index < 0) break;
         world.check_frame(index);
         const bool hold = ++taken % 3 == 0 && held < 0;
@@ -204,15 +207,15 @@ void adjust(World& world) {
 namespace {
 
 constexpr Scenario kScenarios[] = {
-    {"bring-up", &attach_bare, &bring_up, false},
-    {"enumerate three", &attach_three, &enumerate_three, false},
+    {"bring-up", &attach_bare, &bring_up, /*beside_others=*/false},
+    {"enumerate three", &attach_three, &enumerate_three, /*beside_others=*/false},
     {"open", &attach_one, &open_and_close},
     {"properties and formats", &open_one, &sweep_settings},
     {"stream", &open_one, &stream_frames},
     {"stop and close", &start_one, &stop_and_close},
     {"adjustment", &start_one, &adjust},
 #ifdef TOVIX_WITH_TOOL
-    {"capture", &attach_for_capture, &capture, false},
+    {"capture", &attach_one, &capture, /*beside_others=*/false},
 #endif
 };
 

@@ -21,8 +21,7 @@ std::span<const Scenario> scenarios();
 void sweep_settings(World& world);
 void adjust(World& world);
 
-/// That of the tool, where the tool is built.
-void attach_for_capture(World& world);
+/// The tool's, where the tool is built.
 void capture(World& world);
 
 }  // namespace tovix::faults

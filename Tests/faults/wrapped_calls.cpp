@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The C library's calls as the library under test sees them: the linker leads them here (--wrap), and they may fail.
+// The C library's calls as the library under test sees them: the linker leads them here (--wrap), and they may fail, or wait.
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/stat.h>
@@ -14,6 +14,7 @@
 #include <thread>
 
 #include "injector.h"
+#include "waits.h"
 
 using namespace tovix::faults;
 
@@ -52,17 +53,18 @@ void* operator new(std::size_t size) {
 void* operator new[](std::size_t size) {
     return operator new(size);
 }
-void operator delete(void* memory) noexcept {
+// Where GCC sees through this one, too, it warns that what comes from `new` must not go to free().
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
     std::free(memory);
 }
 void operator delete[](void* memory) noexcept {
-    std::free(memory);
+    operator delete(memory);
 }
 void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
+    operator delete(memory);
 }
 void operator delete[](void* memory, std::size_t) noexcept {
-    std::free(memory);
+    operator delete(memory);
 }
 
 // NOLINTBEGIN: these names are the linker's
@@ -106,6 +108,27 @@ int __wrap_pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t*
 int __real_pthread_cond_init(pthread_cond_t* condition, const pthread_condattr_t* attributes);
 int __wrap_pthread_cond_init(pthread_cond_t* condition, const pthread_condattr_t* attributes) {
     return fails(Site::kConditionInit) ? ENOMEM : __real_pthread_cond_init(condition, attributes);
+}
+
+// These do not fail: time may pass meanwhile. Conditions are waited for and announced under the mutex, so none is missed.
+int __real_pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex);
+int __wrap_pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex) {
+    waits().begin(condition);
+    return __real_pthread_cond_wait(condition, mutex);
+}
+
+int __real_pthread_cond_broadcast(pthread_cond_t* condition);
+int __wrap_pthread_cond_broadcast(pthread_cond_t* condition) {
+    waits().end(condition);
+    return __real_pthread_cond_broadcast(condition);
+}
+
+int __real_pthread_join(pthread_t thread, void** result);
+int __wrap_pthread_join(pthread_t thread, void** result) {
+    waits().begin(&thread);
+    const int error = __real_pthread_join(thread, result);
+    waits().end(&thread);
+    return error;
 }
 
 int __real_open(const char* path, int flags, ...);

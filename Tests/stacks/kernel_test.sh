@@ -63,7 +63,7 @@ boot() { # STAGE COMMAND...: runs QEMU
     shift
     log=$cache/$stage.log
     echo "kernel: $stage"
-    timeout 300 "$@" -machine q35 -cpu qemu64 -m 512 -nodefaults -display none -no-reboot -kernel "$image" \
+    timeout 900 "$@" -machine q35 -cpu qemu64 -m 512 -nodefaults -display none -no-reboot -kernel "$image" \
         -initrd "$disk" -append "console=ttyS0 quiet mitigations=off panic=-1 stage=$stage" </dev/null >"$log" 2>&1 || true
     tr -d '\r' <"$log" | grep -E '^(passed|FAILED|  )' || true
     tr -d '\r' <"$log" | grep -qx 'all passed' || { tail -n 40 "$log" >&2; exit 1; }

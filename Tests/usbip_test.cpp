@@ -88,7 +88,9 @@ class Client {
         const Bytes head = receive(8);
         if (head.size() != 8) return UINT32_MAX;
         EXPECT_EQ(word(head, 0), 0x01110003u);
-        if (word(head, 4) == 0) EXPECT_EQ(receive(kDeviceBytes).size(), kDeviceBytes);
+        if (word(head, 4) == 0) {
+            EXPECT_EQ(receive(kDeviceBytes).size(), kDeviceBytes);
+        }
         return word(head, 4);
     }
 
@@ -226,7 +228,9 @@ TEST(UsbIp, EndsWithTheDeviceWhichComesBack) {
             client.next(100);
         }
         fixture.first.access()->unplug();
-        if (round > 0) EXPECT_EQ(client.next().status, kShutDown);
+        if (round > 0) {
+            EXPECT_EQ(client.next().status, kShutDown);
+        }
         EXPECT_TRUE(client.kept_to_protocol());
         EXPECT_EQ(Client(bus).import("1-1"), 4u);
         fixture.first.access()->plug_in();

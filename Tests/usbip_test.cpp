@@ -224,8 +224,9 @@ TEST(UsbIp, EndsWithTheDeviceWhichComesBack) {
             client.submit(100, kOut, 0, 0, {0, 9, 1, 0, 0, 0, 0, 0});
             client.submit(101, kOut, 0, 0, {1, 11, 2, 0, 0, 0, 0, 0});
             client.submit(1, kIn, 6, 512);
-            client.next(100);
-            client.next(100);
+            client.submit(2, kIn, 0, 18, {0x80, 6, 0, 1, 0, 0, 18, 0});
+            for (int answers = 0; answers < 3; ++answers)  // after the last of which the read is under way
+                client.next(100);
         }
         fixture.first.access()->unplug();
         if (round > 0) {

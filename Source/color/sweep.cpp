@@ -321,7 +321,11 @@ struct ReadWords {
     }
     void operator()(const FetchFunctions& fetch, T* row, std::int64_t from, std::size_t count) const {
         const auto* const samples = bytes(from);
-        if (frame.table != nullptr) {
+        if (sizeof(T) == 1 && frame.table_top_bytes != nullptr) {
+            const Words<1> word{samples};
+            for (std::size_t x = 0; x < count; ++x)
+                row[x] = frame.table_top_bytes[word(samples + 2 * x)];
+        } else if (frame.table != nullptr) {
             const TabledWords<T> read{samples, frame.table};
             std::size_t x = 0;
             for (; x + kTogether <= count; x += kTogether) {  // one store for all

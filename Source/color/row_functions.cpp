@@ -3,6 +3,7 @@
 // vectors one lane: there the plain form stays in charge.
 #include "row_functions.h"
 
+#include <cstdlib>
 #include <cstring>
 
 // Wider vectors than those of AVX2 gain little here, and vectors of unknown size cannot be members and array elements.

@@ -11,7 +11,7 @@
 
 namespace tovix::color {
 
-constexpr std::size_t kRowMargin = 64;
+constexpr std::size_t kRowMargin = 128;
 
 enum class RowRule { kGrey, kNearest, kQuelt, kEdgeDirected, kEdgeDirectedRim, kZurno };
 constexpr int kRowRules = 6;

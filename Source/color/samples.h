@@ -21,6 +21,7 @@ struct WordFrame {
     const std::uint16_t* samples;
     bool msb_first;
     const std::uint16_t* table;
+    const std::uint8_t* table_top_bytes = nullptr;  // of the same entries, if kept: half of the memory to look into
 };
 
 /// The most significant byte of each sample. The frame pointer is aimed at that of the first one, so that a

@@ -36,7 +36,7 @@ constexpr int kRawRows = 5, kGreenRows = 3;
 
 /// A row in work. Vectors read more than the row, so that every sample has a value from the beginning.
 template <class T>
-class Row {
+class alignas(64) Row {
   public:
     T* columns() { return samples_ + kRowMargin; }
 
@@ -282,10 +282,13 @@ bool run(const Sweep& what, const RowFunctionSet& functions, const RowFunctions<
 const RowFunctionSet* functions_for(const Sweep& what) {
     const Size& size = what.place.size;
     if (!size.has_cells() || size.width < kLeastWidth || size.height < kLeastHeight) return nullptr;
-    // The products of two words with two of these weights are one too many for 32 bits.
-    const bool words = what.layout == Layout::kRgb48 && what.weights != nullptr;
-    if (words && std::find(what.weights, what.weights + 12, std::numeric_limits<short>::min()) != what.weights + 12)
-        return nullptr;
+    if (what.layout == Layout::kRgb48 && what.weights != nullptr) {
+        // The products of two words with two of these weights are one too many for 32 bits.
+        constexpr short kLeast = std::numeric_limits<short>::min();
+        for (const short* row = what.weights; row != what.weights + 12; row += 4) {
+            if (std::count(row, row + 3, kLeast) > 1) return nullptr;
+        }
+    }
     return row_functions();
 }
 
@@ -318,7 +321,11 @@ struct ReadWords {
     }
     void operator()(const FetchFunctions& fetch, T* row, std::int64_t from, std::size_t count) const {
         const auto* const samples = bytes(from);
-        if (frame.table != nullptr) {
+        if (sizeof(T) == 1 && frame.table_top_bytes != nullptr) {
+            const Words<1> word{samples};
+            for (std::size_t x = 0; x < count; ++x)
+                row[x] = frame.table_top_bytes[word(samples + 2 * x)];
+        } else if (frame.table != nullptr) {
             const TabledWords<T> read{samples, frame.table};
             std::size_t x = 0;
             for (; x + kTogether <= count; x += kTogether) {  // one store for all

@@ -50,8 +50,8 @@ void apply_matrix(short const* matrix, unsigned char* image, unsigned bits, unsi
 }
 
 /// False when no sweep does it. Rows are not padded.
-[[nodiscard]] bool sweep_frame(const Sweeping& sweeping, const KernelCall& call, unsigned sample_bits, unsigned bits,
-                               short const* matrix) {
+[[nodiscard]] bool sweep_frame(const Sweeping& sweeping, const KernelCall& call, unsigned char const* top_bytes16,
+                               unsigned sample_bits, unsigned bits, short const* matrix) {
     using namespace tovix::color;
     if (!sweeping.method) return false;
     const Sweep what{
@@ -67,7 +67,7 @@ void apply_matrix(short const* matrix, unsigned char* image, unsigned bits, unsi
     };
     if (sample_bits == 8) return sweep(what, ByteFrame{call.frame, call.table8});
     const auto* const words = reinterpret_cast<unsigned short const*>(call.frame);
-    return sweep(what, WordFrame{words, call.msb_first != 0, call.table16});
+    return sweep(what, WordFrame{words, call.msb_first != 0, call.table16, top_bytes16});
 }
 
 }  // namespace
@@ -105,7 +105,10 @@ int CVorm::ConvertBayerToRgb(unsigned char* dst, unsigned char const* src, unsig
         .table16 = has_table ? s.lut16 : nullptr,
     };
     const bool padded = f.width * (image_bits / 8) % kernel.row_alignment != 0;
-    if (!padded && sweep_frame(sweeping, call, sample_bits(f), image_bits, corrected ? s.matrix : nullptr)) return 1;
+    if (!padded && sweep_frame(sweeping, call, top_bytes_of(call.table16), sample_bits(f), image_bits,
+                               corrected ? s.matrix : nullptr)) {
+        return 1;
+    }
     kernel.run(call);
     if (corrected) apply_matrix(s.matrix, dst, image_bits, kernel.row_alignment, f.width, f.height);
     return 1;

@@ -102,6 +102,7 @@ struct CVorm::KeptTable {
     unsigned block_bytes;
     bool natural_order;
     unsigned short entries[kLut16Entries];
+    unsigned char top_bytes[kLut16Entries];
 };
 
 /// Null when memory ran out.
@@ -118,7 +119,14 @@ unsigned short* CVorm::table_for(_vorm_settings const& s, int natural_order) {
     kept_table->block_bytes = bytes;
     kept_table->natural_order = natural;
     MakeLut16(kept_table->entries, s.lut, static_cast<unsigned>(s.lut_size), natural_order);
+    std::ranges::transform(kept_table->entries, kept_table->top_bytes,
+                           [](unsigned short entry) { return static_cast<unsigned char>(entry >> 8); });
     return kept_table->entries;
+}
+
+/// Null when somebody else keeps the table.
+unsigned char const* CVorm::top_bytes_of(unsigned short const* table) const {
+    return kept_table != nullptr && kept_table->entries == table ? kept_table->top_bytes : nullptr;
 }
 
 void CVorm::forget_table() {

@@ -10,46 +10,66 @@ HWY_INLINE V exchanged_bytes(V words) {
     return hn::Or(hn::ShiftLeft<8>(words), hn::ShiftRight<8>(words));
 }
 
-/// The lower four bits, and the sign: all that a shuffle looks at. (Where it looks at more, it has to be taken away.)
-template <class V>
-HWY_INLINE V index_in_part(V v) {
-#if HWY_ARCH_X86
-    return v;
-#else
-    return hn::And(v, hn::Set(Tag<std::uint8_t>(), 0x8F));
-#endif
-}
+/// A table of 256 bytes in parts of 16, as many as a shuffle looks up.
+class ByteTable {
+    using V8 = Vec<Tag<std::uint8_t>>;
+    using Mask8 = hn::Mask<Tag<std::uint8_t>>;
 
-/// A shuffle looks up 16 entries. Each part of the table holds the difference to the part before; an index that is below
-/// a part adds 0 there, so that all parts up to the right one add up to its entry.
-void fetch_by_table(std::uint8_t* row, const std::uint8_t* samples, std::size_t count, const std::uint8_t* table) {
-    const Tag<std::uint8_t> d;
-    const hn::RebindToSigned<Tag<std::uint8_t>> ds;
-    constexpr int kPart = 16, kParts = 8;  // of either half
-    Vec<Tag<std::uint8_t>> parts[2][kParts];
-    for (int half = 0; half < 2; ++half) {
-        for (int part = 0; part < kParts; ++part) {
-            const std::uint8_t* const entries = table + 128 * half + kPart * part;
-            const auto own = hn::LoadDup128(d, entries);
-            parts[half][part] = part == 0 ? own : hn::Xor(own, hn::LoadDup128(d, entries - kPart));
+  public:
+    explicit HWY_INLINE ByteTable(const std::uint8_t* table) {
+        for (int part = 0; part < 16; ++part)
+            parts_[part] = hn::LoadDup128(Tag<std::uint8_t>(), table + 16 * part);
+    }
+
+    HWY_INLINE V8 operator()(V8 index) const {
+        const Tag<std::uint8_t> d;
+        const auto sign = hn::Set(d, 128);
+        // Bit 4 decides between two parts: where the sign is set, a shuffle gives 0.
+        const V8 in_even = hn::Or(hn::And(index, hn::Set(d, 15)), hn::And(to_sign<3>(index), sign));
+        const Index at{{in_even, hn::Xor(in_even, sign)},
+                       {negative(to_sign<2>(index)), negative(to_sign<1>(index)), negative(index)}};
+        return entries<3>(at, 0);
+    }
+
+  private:
+    struct Index {
+        V8 in_part[2];
+        Mask8 bits[3];  // 5 to 7
+    };
+
+    /// Below the sign, bytes have no meaning.
+    template <int kBits>
+    static HWY_INLINE V8 to_sign(V8 v) {
+        const hn::Repartition<std::uint16_t, Tag<std::uint8_t>> words;
+        return hn::BitCast(Tag<std::uint8_t>(), hn::ShiftLeft<kBits>(hn::BitCast(words, v)));
+    }
+    static HWY_INLINE Mask8 negative(V8 v) {
+        const hn::RebindToSigned<Tag<std::uint8_t>> ds;
+        return hn::RebindMask(Tag<std::uint8_t>(), hn::Lt(hn::BitCast(ds, v), hn::Zero(ds)));
+    }
+
+    /// From the 2^kBits pairs of parts from `pair` on.
+    template <int kBits>
+    HWY_INLINE V8 entries(const Index& at, int pair) const {
+        if constexpr (kBits == 0) {
+            return hn::Or(hn::TableLookupBytesOr0(parts_[2 * pair], at.in_part[0]),
+                          hn::TableLookupBytesOr0(parts_[2 * pair + 1], at.in_part[1]));
+        } else {
+            constexpr int kHalf = 1 << (kBits - 1);
+            return hn::IfThenElse(at.bits[kBits - 1], entries<kBits - 1>(at, pair + kHalf),
+                                  entries<kBits - 1>(at, pair));
         }
     }
-    const auto look_up = [&](std::size_t x) HWY_ATTR {
-        const auto index = hn::LoadU(d, samples + x);
-        auto result = hn::Zero(d);
-        for (int half = 0; half < 2; ++half) {
-            // In the wrong half an index is negative, and stays so: it adds 0.
-            auto at = hn::BitCast(ds, half == 0 ? index : hn::Xor(index, hn::Set(d, 128)));
-            for (int part = 0; part < kParts; ++part) {
-                result = hn::Xor(result, hn::TableLookupBytesOr0(parts[half][part], index_in_part(hn::BitCast(d, at))));
-                at = hn::SaturatedSub(at, hn::Set(ds, kPart));
-            }
-        }
-        hn::StoreU(result, d, row + x);
-    };
+
+    V8 parts_[16];
+};
+
+void fetch_by_table(std::uint8_t* row, const std::uint8_t* samples, std::size_t count, const std::uint8_t* table) {
+    const Tag<std::uint8_t> d;
+    const ByteTable look_up(table);
     std::size_t x = 0;
     for (; x + hn::Lanes(d) <= count; x += hn::Lanes(d))
-        look_up(x);
+        hn::StoreU(look_up(hn::LoadU(d, samples + x)), d, row + x);
     for (; x < count; ++x)
         row[x] = table[samples[x]];
 }

@@ -104,20 +104,16 @@ HWY_INLINE V reversed(V v) {
 /// Correct and store a vector of pixels: red, green, blue, or what the matrix makes these of. The fourth channel is
 /// weighted, but stays as it stands there.
 template <int kChannels, bool kMatrix, class T, class V>
-HWY_INLINE void store(T* image, bool mirrored, V red, V green, V blue, const Matrix& matrix) {
+HWY_INLINE void store(T* image, bool mirrored, V red, V green, V blue, const Matrix<T>& matrix) {
     const Tag<T> d;
     if (mirrored) red = reversed<T>(red), green = reversed<T>(green), blue = reversed<T>(blue);
     if constexpr (kMatrix) {
-        if constexpr (sizeof(T) == 1) {
-            V fourth = hn::Zero(d);
-            if constexpr (kChannels == 4) {
-                V unused[3];
-                hn::LoadInterleaved4(d, image, unused[0], unused[1], unused[2], fourth);
-            }
-            matrix.bytes(red, green, blue, fourth);
-        } else {
-            matrix.words(red, green, blue);
+        V fourth = hn::Zero(d);
+        if constexpr (kChannels == 4) {
+            V unused[3];
+            hn::LoadInterleaved4(d, image, unused[0], unused[1], unused[2], fourth);
         }
+        matrix.apply(red, green, blue, fourth);
     }
     if constexpr (kChannels == 4)
         store4(image, red, green, blue);
@@ -129,38 +125,46 @@ template <class T, class Rule, int kChannels, bool kMatrix, bool kRowColourFirst
 HWY_INLINE void make_row(const RowJob<T>& job) {
     static constexpr short kNoWeights[12]{};
     constexpr std::size_t kLanes = hn::MaxLanes(Tag<T>());
-    const Matrix matrix(kMatrix ? job.weights : kNoWeights, !job.red_row);
+    constexpr std::ptrdiff_t kAhead = 3072 / sizeof(T);
+    const Matrix<T> matrix(kMatrix ? job.weights : kNoWeights, !job.red_row);
     Around<T> at(job);
+    const auto colours_at = [&at](std::size_t x) HWY_ATTR {
+        at.go_to(x);
+        return Rule::colours(at);
+    };
     // Whatever the order of columns, the row is stored from its beginning on, and rows follow one another: processors foresee
     // that, but not as far as it takes.
+    const std::size_t width = job.width;
     const std::size_t first = Rule::first_column(job.green_first);
-    const std::size_t last = first + (job.width - 1 - first) / kLanes * kLanes;
-    const std::size_t step = job.mirrored ? std::size_t{0} - kLanes : kLanes;
-    const std::size_t end = (job.mirrored ? first : last) + step;
-    constexpr std::ptrdiff_t kAhead = 3072 / sizeof(T);
-    T* pixels = job.image + (job.mirrored ? 0 : first * kChannels);
-    for (std::size_t x = job.mirrored ? last : first; x != end; x += step) {
-        at.go_to(x);
-        const Colours<T> c = Rule::colours(at);
+    const std::size_t last = first + (width - 1 - first) / kLanes * kLanes;
+    const bool mirrored = job.mirrored;
+    const std::size_t step = mirrored ? std::size_t{0} - kLanes : kLanes;
+    const std::size_t end = (mirrored ? first : last) + step;
+    std::size_t x = mirrored ? last : first;
+    T* pixels = job.image + (mirrored ? 0 : first * kChannels);
+    const std::uint8_t* samples_ahead = job.next_samples;
+    const std::size_t step_ahead = kLanes * job.sample_bytes;  // a line at the most
+
+    // Before a matrix, colours are made one vector ahead: while sums wait for each other, the processor has loads to begin.
+    Colours<T> ahead = colours_at(x);
+    while (x != end) {
+        const Colours<T> c = kMatrix ? ahead : colours_at(x);
+        const std::size_t count = HWY_LIKELY(x + kLanes <= width) ? kLanes : width - x;
+        x += step;
+        if (kMatrix) ahead = colours_at(x);
         prefetch(pixels + kAhead, kChannels * kLanes);
-        if (job.next_samples != nullptr)
-            prefetch(job.next_samples + (pixels - job.image) / kChannels * job.sample_bytes, kLanes * job.sample_bytes);
-        const auto store_at = [&](T* where) HWY_ATTR {
-            store<kChannels, kMatrix>(where, job.mirrored, kRowColourFirst ? c.row : c.cross, c.green,
-                                      kRowColourFirst ? c.cross : c.row, matrix);
-        };
-        if (HWY_LIKELY(x + kLanes <= job.width)) {
-            store_at(pixels);
-            pixels += kLanes * kChannels;
-        } else {  // not beyond the row
-            const std::size_t count = job.width - x;
-            T whole[kChannels * kLanes]{};
-            T* const part = whole + (job.mirrored ? kLanes - count : 0) * kChannels;
-            std::memcpy(part, pixels, count * kChannels * sizeof(T));
-            store_at(whole);
-            std::memcpy(pixels, part, count * kChannels * sizeof(T));
-            pixels += count * kChannels;
+        if (samples_ahead != nullptr) {
+            hwy::Prefetch(samples_ahead);
+            samples_ahead += step_ahead;
         }
+        T whole[kChannels * kLanes];
+        T* const part = whole + (mirrored ? kLanes - count : 0) * kChannels;
+        const bool cut = HWY_UNLIKELY(count < kLanes);  // not beyond the row
+        if (cut) std::memcpy(part, pixels, count * kChannels * sizeof(T));
+        store<kChannels, kMatrix>(cut ? whole : pixels, mirrored, kRowColourFirst ? c.row : c.cross, c.green,
+                                  kRowColourFirst ? c.cross : c.row, matrix);
+        if (cut) std::memcpy(pixels, part, count * kChannels * sizeof(T));
+        pixels += count * kChannels;
     }
 }
 

@@ -13,6 +13,7 @@
 
 #include "backend.h"
 #include "bus.h"
+#include "frame_formats.h"
 #include "tovixapi/simulation.h"
 #include "tovixapi/tovixapi.h"
 
@@ -35,19 +36,6 @@ inline DeviceOptions options_of(std::string_view model, DeviceOptions::State sta
     options.camera.noise = 0;
     options.state = state;
     return options;
-}
-
-/// A format of that size at the sensor's corner, with nothing left out.
-inline _tovix_frame_format format_of(std::uint32_t width, std::uint32_t height) {
-    return {.x_offset = 0,
-            .y_offset = 0,
-            .width = width,
-            .height = height,
-            .pixel_format = 0,
-            .subsample_x = 1,
-            .reserved_x = 0,
-            .subsample_y = 1,
-            .reserved_y = 0};
 }
 
 class SimulatedBus {

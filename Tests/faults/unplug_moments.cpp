@@ -16,26 +16,24 @@ constexpr int kWaiters = 2;
 enum class State { kIdle, kEnabled, kStreaming, kStopping, kEndedByItself };
 
 struct Moment {
-    const char* name;
+    std::string name;
     State state;
     int held;
     bool waiters;
 };
-constexpr Moment kMoments[] = {
-    {"idle", State::kIdle, 0, false},
-    {"enabled", State::kEnabled, 0, false},
-    {"streaming", State::kStreaming, 0, false},
-    {"streaming, waiters", State::kStreaming, 0, true},
-    {"streaming, waiters, 1 held", State::kStreaming, 1, true},
-    {"streaming, waiters, 2 held", State::kStreaming, 2, true},
-    {"streaming, waiters, 3 held", State::kStreaming, 3, true},
-    {"stopping", State::kStopping, 0, false},
-    {"stopping, waiters", State::kStopping, 0, true},
-    {"stopping, waiters, 1 held", State::kStopping, 1, true},
-    {"stopping, waiters, 2 held", State::kStopping, 2, true},
-    {"stopping, waiters, 3 held", State::kStopping, 3, true},
-    {"left alone, 1 held", State::kEndedByItself, 1, true},
-};
+
+std::vector<Moment> all_moments() {
+    std::vector<Moment> all{{"idle", State::kIdle, 0, false},
+                            {"enabled", State::kEnabled, 0, false},
+                            {"left alone, 1 held", State::kEndedByItself, 1, true}};
+    for (const auto& [name, state] : {std::pair{"streaming", State::kStreaming}, {"stopping", State::kStopping}}) {
+        all.push_back({name, state, 0, false});
+        for (const int held : {0, 1, 2, 3})
+            all.push_back({name + std::string(", waiters") + (held > 0 ? ", " + std::to_string(held) + " held" : ""),
+                           state, held, true});
+    }
+    return all;
+}
 
 class Unplugging {
   public:
@@ -138,9 +136,9 @@ class Unplugging {
 LongestWaits unplug_at_every_moment(const std::function<void(const std::string& name)>& begin,
                                     const std::function<void(const Findings&)>& end) {
     LongestWaits longest;
-    for (const Moment& moment : kMoments) {
+    for (const Moment& moment : all_moments()) {
         for (const bool replug : {false, true}) {
-            begin(std::string("unplug/") + moment.name + (replug ? "/and again" : "/for good"));
+            begin("unplug/" + moment.name + (replug ? "/and again" : "/for good"));
             Findings findings;
             {
                 World world(findings);

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "../frame_formats.h"
 #include "calls.h"
 #include "faulty_bus.h"
 
@@ -18,15 +19,7 @@ using Findings = std::vector<std::string>;
 /// The camera's frames are as small as that, marked, and 10 ms apart.
 constexpr std::uint32_t kFrameWidth = 64, kFrameHeight = 16;
 constexpr std::int64_t kFramePeriodUs = 10'000;
-constexpr _tovix_frame_format kSmallFormat{.x_offset = 0,
-                                           .y_offset = 0,
-                                           .width = kFrameWidth,
-                                           .height = kFrameHeight,
-                                           .pixel_format = 0,
-                                           .subsample_x = 1,
-                                           .reserved_x = 0,
-                                           .subsample_y = 1,
-                                           .reserved_y = 0};
+constexpr _tovix_frame_format kSmallFormat = test::format_of(kFrameWidth, kFrameHeight);
 
 class World {
   public:

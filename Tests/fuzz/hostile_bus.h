@@ -3,7 +3,7 @@
 //
 // Each operation of a device takes one byte of the input: mostly the truth is told, else the operation fails, or answers
 // with something else. Frames are the input's own. When the input is used up, the camera is honest and delivers no more
-// frames, as one that has left the bus. Time passes by being waited for.
+// frames, as one that has left the bus; which it does after some thousand operations. Time passes by being waited for.
 #pragma once
 
 #include <list>
@@ -49,6 +49,7 @@ class HostileBus final : public platform::Backend {
     Input& lies_;                          // guarded by mutex_
     simulator::Device device_;             // guarded by mutex_
     std::int64_t now_us_ = 0;              // guarded by mutex_
+    int operations_ = 0;                   // guarded by mutex_
     std::uint32_t frames_left_ = 0;        // guarded by mutex_
     bool then_silent_ = false;             // guarded by mutex_
     platform::AsyncRead* read_ = nullptr;  // guarded by mutex_: one that waits for a silent camera

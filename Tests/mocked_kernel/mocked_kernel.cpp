@@ -9,6 +9,9 @@
 namespace tovix::mocked_kernel {
 namespace {
 
+// A file that Linux lets nobody write, so that opening it as a device ends with EACCES for root, too.
+constexpr char kRefusing[] = "/proc/sys/kernel/ostype";
+
 std::string taken(char* text) {
     std::string copy(text);
     g_free(text);
@@ -75,9 +78,14 @@ void MockedKernel::plug(int port, UsbDeviceModel& model) {
 
     const std::filesystem::path node = taken(umockdev_testbed_get_root_dir(testbed_.get())) + device.node_path;
     std::filesystem::remove(node);
-    std::filesystem::create_symlink(device.node->terminal(), node);
+    std::filesystem::create_symlink(refuses_users_ ? kRefusing : device.node->terminal(), node);
     umockdev_testbed_uevent(testbed_.get(), device.system_path.c_str(), "add");
     devices_.push_back(std::move(device));
+}
+
+void MockedKernel::refuse_users() {
+    const std::lock_guard lock(mutex_);
+    refuses_users_ = true;
 }
 
 void MockedKernel::disconnect(int port) {

@@ -25,6 +25,8 @@ class MockedKernel {
     /// Plug a device into a port, 1 to 15, that is free. The model outlives its time on the bus, and is in its first
     /// configuration.
     void plug(int port, UsbDeviceModel& model);
+    /// The nodes of devices that are plugged in from now on refuse whoever opens them, root too.
+    void refuse_users();
     /// Pull the device out. When this returns, the model is called no more.
     void unplug(int port);
     /// The first part of unplug(), when the files that show the device are still there and nobody has been told.
@@ -41,7 +43,8 @@ class MockedKernel {
     Plugged& at(int port);  // with the mutex held
 
     const Ref<UMockdevTestbed> testbed_;
-    std::mutex mutex_;              // guards the test bed, while devices come and go, and what follows
+    std::mutex mutex_;  // guards the test bed, while devices come and go, and what follows
+    bool refuses_users_ = false;
     std::vector<Plugged> devices_;  // and those that have left: files of theirs may still be open
 };
 

@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "../frame_formats.h"
 #include "stack.h"
 #include "tovixapi/simulation.h"
 #include "tovixapi/tovixapi.h"
@@ -108,15 +109,7 @@ class Camera {
 };
 
 void choose_area(const Camera& camera, std::uint32_t width, std::uint32_t height) {
-    const _tovix_frame_format wanted{.x_offset = 16,
-                                     .y_offset = 8,
-                                     .width = width,
-                                     .height = height,
-                                     .pixel_format = 0,
-                                     .subsample_x = 1,
-                                     .reserved_x = 0,
-                                     .subsample_y = 1,
-                                     .reserved_y = 0};
+    const _tovix_frame_format wanted = tovix::test::format_of(width, height, 16, 8);
     ASSERT_EQ(tovix_set_video_format(camera, &wanted), TOVIX_OK);
     _tovix_frame_format now{};
     ASSERT_EQ(tovix_get_video_format(camera, &now), TOVIX_OK);

@@ -59,7 +59,22 @@ ImageKind settled_kind(const std::string& output, const std::string& format, con
     return *kind;
 }
 
-/// What CLI11 fills in while it parses, and what becomes of it.
+/// What CLI11 fills in while it parses, beside the options of pictures.
+struct Values {
+    GlobalOptions global;
+    ListOptions list;
+    InfoOptions info;
+    GetOptions get;
+    SetOptions set;
+    AutoOptions automatic;
+    CaptureOptions capture;
+    ConvertOptions convert;
+    StreamOptions stream;
+    SimulateOptions simulate;
+    bool one_shot = false;
+    std::string capture_format, convert_format, stream_output;
+};
+
 class Parser {
   public:
     Parser() {
@@ -72,24 +87,24 @@ class Parser {
         simulate_ = app_.add_flag("--simulate")
                         ->description("Use a simulated camera, or several; --simulate=MODEL[:SERIAL]")
                         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-        view_.push_back(app_.add_option("--picture", global_.view.picture,
+        view_.push_back(app_.add_option("--picture", values_.global.view.picture,
                                         "PNG file that simulated cameras look at;\nif not given, a test chart")
                             ->type_name("FILE")
                             ->check(CLI::Validator(CLI::ExistingFile).description("")));
         const auto take_light = [this](const std::string& value) {
-            global_.view.light = parse_three(value, 0.0, 1000.0, "--light");
+            values_.global.view.light = parse_three(value, 0.0, 1000.0, "--light");
         };
         view_.push_back(
             app_.add_option_function<std::string>("--light", take_light, "Colour of the light on it (1,1,1)")
                 ->type_name("R,G,B"));
-        view_.push_back(
-            add_number(app_, "--blur", "PIXELS", global_.view.blur, 0.0, 32.0, "How far out of focus it is (0)"));
-        view_.push_back(add_number(app_, "--noise", "LEVELS", global_.view.noise, 0.0, 255.0,
+        view_.push_back(add_number(app_, "--blur", "PIXELS", values_.global.view.blur, 0.0, 32.0,
+                                   "How far out of focus it is (0)"));
+        view_.push_back(add_number(app_, "--noise", "LEVELS", values_.global.view.noise, 0.0, 255.0,
                                    "Noise of the simulated sensors (1)"));
-        app_.add_option("--resources", global_.resources, "Directory with firmware and FPGA images")
+        app_.add_option("--resources", values_.global.resources, "Directory with firmware and FPGA images")
             ->type_name("DIR")
             ->check(CLI::Validator(CLI::ExistingDirectory).description(""));
-        app_.add_flag("--verbose", global_.verbose, "Show each step of the library");
+        app_.add_flag("--verbose", values_.global.verbose, "Show each step of the library");
         add_list();
         add_info();
         add_get();
@@ -101,15 +116,19 @@ class Parser {
         add_simulate();
     }
 
+    /// Any number of times; CLI11 forgets by itself what it parsed before.
     std::variant<Arguments, int> parse(int argc, char** argv) {
+        values_ = {};
+        rendering_.forget();
+        convert_rendering_.forget();
         try {
             app_.parse(argc, argv);
             for (const std::string& value : simulate_->results())
-                global_.simulated.push_back(parse_simulated(value, "--simulate"));
+                values_.global.simulated.push_back(parse_simulated(value, "--simulate"));
             for (const CLI::Option* const option : view_) {
                 if (*option && !*simulate_ && !*serve_) throw CLI::RequiresError(option->get_name(), "--simulate");
             }
-            return Arguments{global_, chosen()};
+            return Arguments{values_.global, chosen()};
         } catch (const CLI::ParseError& error) {
             if (error.get_exit_code() == 0) return app_.exit(error);
             // An unknown word says more than that a command is missing.
@@ -123,24 +142,24 @@ class Parser {
   private:
     void add_list() {
         list_ = app_.add_subcommand("list", "List the attached cameras");
-        list_->add_flag("--json", list_options_.json, "Answer in JSON");
+        list_->add_flag("--json", values_.list.json, "Answer in JSON");
     }
 
     void add_info() {
         info_ = app_.add_subcommand("info", "Show what a camera says of itself");
-        info_->add_option("--camera", info_options_.camera, kSelectorHelp)->type_name("SEL");
-        info_->add_flag("--json", info_options_.json, "Answer in JSON");
+        info_->add_option("--camera", values_.info.camera, kSelectorHelp)->type_name("SEL");
+        info_->add_flag("--json", values_.info.json, "Answer in JSON");
     }
 
     void add_get() {
         get_ = app_.add_subcommand("get", "Read properties");
         const auto take = [this](const std::vector<std::string>& words) {
             for (const std::string& word : words)
-                get_options_.properties.push_back(property_argument(word));
+                values_.get.properties.push_back(property_argument(word));
         };
         get_->add_option_function<std::vector<std::string>>("NAME", take, "Names or numbers; if not given, all");
-        get_->add_option("--camera", get_options_.camera, kSelectorHelp)->type_name("SEL");
-        get_->add_flag("--json", get_options_.json, "Answer in JSON, with ranges, units and flags");
+        get_->add_option("--camera", values_.get.camera, kSelectorHelp)->type_name("SEL");
+        get_->add_flag("--json", values_.get.json, "Answer in JSON, with ranges, units and flags");
         get_->footer(kPropertyHelp);
     }
 
@@ -148,25 +167,27 @@ class Parser {
         set_ = app_.add_subcommand("set", "Set properties, all or none, and show what the camera made of it");
         const auto take = [this](const std::vector<std::string>& words) {
             for (const std::string& word : words)
-                set_options_.settings.push_back(setting_argument(word, "NAME=VALUE"));
+                values_.set.settings.push_back(setting_argument(word, "NAME=VALUE"));
         };
         set_->add_option_function<std::vector<std::string>>("NAME=VALUE", take, "Properties and their values")
             ->required();
-        set_->add_option("--camera", set_options_.camera, kSelectorHelp)->type_name("SEL");
-        set_->add_flag("--json", set_options_.json, "Answer in JSON, with ranges, units and flags");
+        set_->add_option("--camera", values_.set.camera, kSelectorHelp)->type_name("SEL");
+        set_->add_flag("--json", values_.set.json, "Answer in JSON, with ranges, units and flags");
         set_->footer(kPropertyHelp);
     }
 
     void add_auto() {
-        AutoOptions& options = auto_options_;
+        AutoOptions& options = values_.automatic;
         auto_ = app_.add_subcommand("auto", "Let the camera find a setting, a line a step");
-        const auto take = [this](const std::string& word) { auto_options_.what = adjustment_argument(word, "WHAT"); };
+        const auto take = [this](const std::string& word) {
+            values_.automatic.what = adjustment_argument(word, "WHAT");
+        };
         auto_->add_option_function<std::string>("WHAT", take, kAdjustments)->required();
         auto_->add_option("--camera", options.camera, kSelectorHelp)->type_name("SEL");
         const auto adjustment_options = add_adjustment_options(*auto_, options.adjustment);
         target_ = adjustment_options[1];
         add_settings(*auto_, options.settings);
-        auto_->add_flag("--one-shot", one_shot_, "white-balance: in one step, by the camera's gains alone");
+        auto_->add_flag("--one-shot", values_.one_shot, "white-balance: in one step, by the camera's gains alone");
         add_number(*auto_, "--timeout", "S", options.timeout_s, 0.001, 86'400.0, kTimeoutHelp);
         auto_->add_flag("--json", options.json, "Answer in JSON");
         auto_->footer(
@@ -177,7 +198,7 @@ class Parser {
 
     void add_capture() {
         constexpr std::uint16_t kMost = std::numeric_limits<std::uint16_t>::max();
-        CaptureOptions& options = capture_options_;
+        CaptureOptions& options = values_.capture;
         capture_ = app_.add_subcommand("capture", "Write frames to files");
         capture_->add_option("--camera", options.camera, kSelectorHelp)->type_name("SEL");
         add_number(*capture_, "-n,--count", "N", options.count, 1u, 1'000'000u, "Number of frames (1)");
@@ -187,7 +208,7 @@ class Parser {
                          "frame-0001.png, or where the name has %04d")
             ->type_name("FILE");
         capture_
-            ->add_option("--format", format_,
+            ->add_option("--format", values_.capture_format,
                          "png, tiff, or raw: the samples, described in FILE.txt;\n"
                          "if not given, by the name")
             ->type_name("raw|png|tiff")
@@ -204,7 +225,7 @@ class Parser {
         add_settings(*capture_, options.settings);
         const auto take = [this](const std::vector<std::string>& words) {
             for (const std::string& word : words)
-                capture_options_.adjustments.push_back(adjustment_argument(word, "--auto"));
+                values_.capture.adjustments.push_back(adjustment_argument(word, "--auto"));
         };
         CLI::Option* const automatic =
             capture_
@@ -219,11 +240,11 @@ class Parser {
     }
 
     void add_convert() {
-        ConvertOptions& options = convert_options_;
+        ConvertOptions& options = values_.convert;
         convert_ = app_.add_subcommand("convert", "Make a picture of a saved raw frame, without a camera");
         convert_->add_option("RAW", options.raw, "File with the samples of one frame")->required();
         convert_->add_option("-o,--output", options.output, "File")->type_name("FILE")->required();
-        convert_->add_option("--format", convert_format_, "png or tiff; if not given, by the name")
+        convert_->add_option("--format", values_.convert_format, "png or tiff; if not given, by the name")
             ->type_name("png|tiff")
             ->check(CLI::IsMember({"png", "tiff"}).description(""));
         add_number(*convert_, "--width", "N", options.facts.width, 1u, kMaxSide, "Samples a row");
@@ -237,7 +258,7 @@ class Parser {
         CLI::Option* const model = convert_->add_option("--model", options.facts.model, "Model with the matrices");
         const auto parse_product = [this](const std::string& value) {
             const bool hex = value.starts_with("0x") || value.starts_with("0X");
-            convert_options_.facts.product_id =
+            values_.convert.facts.product_id =
                 parse_number<std::uint16_t>(std::string_view(value).substr(hex ? 2 : 0), 0,
                                             std::numeric_limits<std::uint16_t>::max(), "--product", hex ? 16 : 10);
         };
@@ -251,7 +272,7 @@ class Parser {
     }
 
     void add_stream() {
-        StreamOptions& options = stream_options_;
+        StreamOptions& options = values_.stream;
         stream_ = app_.add_subcommand("stream", "Run the stream: measure it, or hand the frames to a pipe");
         stream_->add_option("--camera", options.camera, kSelectorHelp)->type_name("SEL");
         CLI::Option* const count = add_number(*stream_, "-n,--count", "N", options.count, 1u,
@@ -261,7 +282,7 @@ class Parser {
                           "Also skipped frames and the time between frames;\n"
                           "on a terminal every second");
         CLI::Option* const json = stream_->add_flag("--json", options.json, "Answer in JSON");
-        stream_->add_option("-o,--output", stream_output_, "- writes the raw frames to standard output")
+        stream_->add_option("-o,--output", values_.stream_output, "- writes the raw frames to standard output")
             ->type_name("-")
             ->check(CLI::IsMember({"-"}).description(""))
             ->excludes(json);
@@ -272,12 +293,12 @@ class Parser {
     }
 
     void add_simulate() {
-        SimulateOptions& options = simulate_options_;
+        SimulateOptions& options = values_.simulate;
         serve_ = app_.add_subcommand("simulate", "Lend simulated cameras to other programs and machines");
         serve_->add_flag("--usbip")->description("Over USB/IP, which Linux takes for a real bus")->required();
         const auto take = [this](const std::vector<std::string>& words) {
             for (const std::string& word : words)
-                simulate_options_.cameras.push_back(parse_simulated(word, "--model"));
+                values_.simulate.cameras.push_back(parse_simulated(word, "--model"));
         };
         serve_
             ->add_option_function<std::vector<std::string>>("--model", take,
@@ -304,40 +325,41 @@ class Parser {
 
     /// The command that was given, with what concerns several of its options settled.
     Command chosen() {
-        if (list_->parsed()) return list_options_;
-        if (info_->parsed()) return info_options_;
-        if (get_->parsed()) return get_options_;
-        if (set_->parsed()) return set_options_;
+        if (list_->parsed()) return values_.list;
+        if (info_->parsed()) return values_.info;
+        if (get_->parsed()) return values_.get;
+        if (set_->parsed()) return values_.set;
         if (auto_->parsed()) return chosen_auto();
         if (capture_->parsed()) return chosen_capture();
         if (convert_->parsed()) return chosen_convert();
         if (serve_->parsed()) return chosen_simulate();
-        stream_options_.to_stdout = !stream_output_.empty();
-        if (stream_options_.to_stdout && isatty(STDOUT_FILENO) == 1)
+        values_.stream.to_stdout = !values_.stream_output.empty();
+        if (values_.stream.to_stdout && isatty(STDOUT_FILENO) == 1)
             throw CLI::ValidationError("-o", "frames do not belong on a terminal; give a pipe or a file");
-        return stream_options_;
+        return values_.stream;
     }
 
     Command chosen_simulate() {
         if (*simulate_) throw CLI::ValidationError("--simulate", "the command says which cameras with --model");
-        if (simulate_options_.cameras.empty()) simulate_options_.cameras.emplace_back();
-        return simulate_options_;
+        if (values_.simulate.cameras.empty()) values_.simulate.cameras.emplace_back();
+        return values_.simulate;
     }
 
     Command chosen_auto() {
-        AutoOptions& options = auto_options_;
-        if (one_shot_ && options.what != Adjustment::kWhiteBalance)
+        AutoOptions& options = values_.automatic;
+        if (values_.one_shot && options.what != Adjustment::kWhiteBalance)
             throw CLI::ValidationError("--one-shot", "only white-balance can be done in one step");
-        if (one_shot_) options.what = Adjustment::kOneShotWhiteBalance;
+        if (values_.one_shot) options.what = Adjustment::kOneShotWhiteBalance;
         if (*target_ && options.what != Adjustment::kExposure && options.what != Adjustment::kGain)
             throw CLI::ValidationError("--target", "only exposure and gain aim at a level");
         return options;
     }
 
     Command chosen_capture() {
-        CaptureOptions& options = capture_options_;
-        if (options.output.empty()) options.output = format_.empty() ? "frame.png" : "frame." + format_;
-        options.kind = settled_kind(options.output, format_, ".png, .tif, .tiff or .raw");
+        CaptureOptions& options = values_.capture;
+        if (options.output.empty())
+            options.output = values_.capture_format.empty() ? "frame.png" : "frame." + values_.capture_format;
+        options.kind = settled_kind(options.output, values_.capture_format, ".png, .tif, .tiff or .raw");
         options.rendering = rendering_.settled(options.kind);
         const bool balances = std::ranges::count(options.adjustments, Adjustment::kDigitalWhiteBalance) != 0;
         if (balances && options.rendering.gains)
@@ -353,8 +375,8 @@ class Parser {
     }
 
     Command chosen_convert() {
-        ConvertOptions& options = convert_options_;
-        options.kind = settled_kind(options.output, convert_format_, ".png, .tif or .tiff");
+        ConvertOptions& options = values_.convert;
+        options.kind = settled_kind(options.output, values_.convert_format, ".png, .tif or .tiff");
         if (options.kind == ImageKind::kRaw)
             throw CLI::ValidationError("-o", "a picture is no raw file; give a name that ends in .png or .tif");
         options.rendering = convert_rendering_.settled(options.kind);
@@ -367,23 +389,13 @@ class Parser {
     CLI::App *list_ = nullptr, *info_ = nullptr, *get_ = nullptr, *set_ = nullptr, *auto_ = nullptr;
     CLI::App *capture_ = nullptr, *convert_ = nullptr, *stream_ = nullptr, *serve_ = nullptr;
     CLI::Option* target_ = nullptr;
-    bool one_shot_ = false;
-    GlobalOptions global_;
-    ListOptions list_options_;
-    InfoOptions info_options_;
-    GetOptions get_options_;
-    SetOptions set_options_;
-    AutoOptions auto_options_;
-    CaptureOptions capture_options_;
-    ConvertOptions convert_options_;
-    StreamOptions stream_options_;
-    SimulateOptions simulate_options_;
+    Values values_;
     RenderingArguments rendering_, convert_rendering_;
-    std::string format_, convert_format_, stream_output_;
 };
 
 }  // namespace
 
 std::variant<Arguments, int> parse_arguments(int argc, char** argv) {
-    return Parser().parse(argc, argv);
+    static Parser parser;  // takes far longer to make than to use
+    return parser.parse(argc, argv);
 }

@@ -59,6 +59,11 @@ void RenderingArguments::add_to(CLI::App& command) {
                                   "Of a channel; 16 only in TIFF (as the samples)"));
 }
 
+void RenderingArguments::forget() {
+    options_ = {};
+    method_.reset();
+}
+
 RenderingOptions RenderingArguments::settled(ImageKind kind) const {
     RenderingOptions options = options_;
     options.method = method_;

@@ -11,6 +11,8 @@ class RenderingArguments {
   public:
     /// Add the options to a command. Once; this outlives its parsing.
     void add_to(CLI::App& command);
+    /// Be as before any parsing.
+    void forget();
     /// What was given, for a file of that kind. Throws CLI::ValidationError for options that contradict each other.
     RenderingOptions settled(ImageKind kind) const;
 

@@ -75,7 +75,7 @@ TEST(HexFile, ReadsRecordsAsTheyAre) {
         ASSERT_EQ(read_hex(full.substr(0, length))[0].result, -1) << "cut off after " << length;
 }
 
-std::vector<std::string> bring_up(SimulatedBus&, Port& port, std::string* printed = nullptr) {
+std::vector<std::string> bring_up(Port& port, std::string* printed = nullptr) {
     std::vector<std::string> lines;
     port.access()->set_observer(
         [&lines](const tovix::simulator::Transfer& transfer) { lines.push_back(transfer.text()); });
@@ -89,7 +89,7 @@ std::vector<std::string> bring_up(SimulatedBus&, Port& port, std::string* printe
 TEST(BringUp, GoesStepByStepFromABareFx2) {
     SimulatedBus bus;
     std::string printed;
-    const std::vector<std::string> lines = bring_up(bus, bus.attach("mira13c", State::kBare), &printed);
+    const std::vector<std::string> lines = bring_up(bus.attach("mira13c", State::kBare), &printed);
 
     // Descriptors, CPU held, 59 records of 16 bytes and one of 12, CPU released, off the bus, and back as a camera.
     std::size_t at = 0;
@@ -145,11 +145,11 @@ TEST(BringUp, TakesTheTimeOfItsPauses) {
     // Two pauses of 250 ms, 2.5 s for the way back, 20 ms after the image, 10 ms before each of three polls.
     SimulatedBus bus;
     Port& port = bus.attach("mira13c", State::kBare);
-    bring_up(bus, port);
+    bring_up(port);
     EXPECT_EQ(bus->now_us(), 500'000 + 2'500'000 + 20'000 + 3 * 10'000);
     // A configured camera is opened, read once and closed; no pause, no write to its FPGA.
     const std::int64_t before_us = bus->now_us();
-    for (const std::string& line : bring_up(bus, port)) {
+    for (const std::string& line : bring_up(port)) {
         EXPECT_EQ(line.find("control 40 12 value=0000 index=0008"), std::string::npos) << line;
         EXPECT_EQ(line.find("bulk"), std::string::npos) << line;
     }
@@ -160,7 +160,7 @@ TEST(BringUp, EveryModelComesUp) {
     for (int i = 0; i < camera_id_count; ++i) {
         const tovix::simulator::Model model = tovix::simulator::model_of_row(i);
         SimulatedBus bus;
-        bring_up(bus, bus.attach(model.name, State::kBare));
+        bring_up(bus.attach(model.name, State::kBare));
         _tovix* camera = nullptr;
         ASSERT_EQ(tovix_camera_open_by_pid(&camera, model.row->product_id), 0);
         ASSERT_NE(camera, nullptr) << model.name;

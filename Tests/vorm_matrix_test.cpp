@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Colour matrices: how they are built, what white balance makes of them, and their way over the pixels.
 #include <gtest/gtest.h>
+#include <tovixapi/matrix.h>
 #include <tovixapi/tovixapi.h>
 #include <tovixapi/vorm.h>
 
@@ -177,6 +178,13 @@ TEST(VormMatrix, HostileSettingsAreSafe) {
         EXPECT_EQ(vorm.BuildMatrix(&settings), 1);
         EXPECT_EQ(settings.matrix[0], kDefault[0]);
     }
+}
+
+TEST(VormMatrix, WeightsBecomeNumbers) {
+    CMatrix matrix;
+    short weights[12] = {4096, 0, 0, 0, 0, 4096, 0, -1024, 0, 0, 4096, 0};
+    ConvertMatrixShortToDouble3x4(&matrix, weights);
+    EXPECT_EQ((std::array{matrix[0][0], matrix[1][3], matrix[2][3]}), (std::array{1.0, -0.25, 0.0}));
 }
 
 TEST(VormWhiteBalance, GainsOfTheChannels) {

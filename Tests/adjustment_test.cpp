@@ -295,14 +295,10 @@ TEST(WhiteBalance, OneShotFailsAsItShould) {
     const std::string output = output_of([&] { result = balance(subject, cells(16, 16, 16, 16)); });
     EXPECT_EQ(result, TOVIX_ELIGHT);
     EXPECT_EQ(output, measure("4.000000/4.000000/4.000000/4.000000", "4.000000"));
-    for (const auto& [x, y, width, height] : {std::array{1, 0, 8, 8},
-                                              {0, 1, 8, 8},
-                                              {0, 0, 7, 8},
-                                              {0, 0, 8, 7},
-                                              {0, 0, 0, 8},
-                                              {74, 0, 8, 8},
-                                              {0, 66, 8, 8},
-                                              {-2, 0, 8, 8}}) {
+    using Rectangle = std::array<int, 4>;
+    for (const auto& [x, y, width, height] :
+         {Rectangle{1, 0, 8, 8}, Rectangle{0, 1, 8, 8}, Rectangle{0, 0, 7, 8}, Rectangle{0, 0, 8, 7},
+          Rectangle{0, 0, 0, 8}, Rectangle{74, 0, 8, 8}, Rectangle{0, 66, 8, 8}, Rectangle{-2, 0, 8, 8}}) {
         EXPECT_EQ(tovix_oneshot_autowhitebalance(subject.handle(), reddish.data(), x, y, width, height), TOVIX_EINVAL);
         EXPECT_EQ(tovix_digital_whitebalance(subject.handle(), reddish.data(), x, y, width, height), TOVIX_EINVAL);
     }

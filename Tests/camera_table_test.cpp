@@ -83,14 +83,9 @@ TEST(CameraTable, ModelDataThatLiesIsNotBelieved) {
             block.push_back(static_cast<std::uint8_t>(value >> 8 * i));
     };
     const auto find = [](const std::vector<std::uint8_t>& block, std::uint32_t tag, std::uint32_t* length) {
-        const camera_id row{.product_id = 0,
-                            .vendor_id = 0,
-                            .release = 0,
-                            .subsampling = 0,
-                            .firmware_file = "",
-                            .fpga_file = "",
-                            .model_data = block.data(),
-                            .model_data_size = static_cast<std::uint32_t>(block.size())};
+        camera_id row{};
+        row.model_data = block.data();
+        row.model_data_size = static_cast<std::uint32_t>(block.size());
         const void* value = nullptr;
         return find_model_data(&row, tag, &value, length);
     };

@@ -19,6 +19,14 @@ bool contains(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
 }
 
+/// The register answers with that, and goes on doing so.
+Fault lie(std::uint32_t address, std::uint32_t value) {
+    Fault fault{.place = Place::kRegisterRead, .kind = FaultKind::kHostileValue};
+    fault.address = address, fault.value = value;
+    fault.times = Fault::kForEver;
+    return fault;
+}
+
 TEST(Open, ColourCodesDecideTheLayout) {
     const struct {
         std::uint32_t code, is_color, color_id;
@@ -74,11 +82,7 @@ TEST(Open, DataRatesComeInPairs) {
 
 TEST(Open, ACountBeyondAnyCameraIsUnreadable) {
     SimulatedBus bus;
-    bus.attach().access()->faults().plant({.place = Place::kRegisterRead,
-                                           .kind = FaultKind::kHostileValue,
-                                           .address = TOVIX_FO_KPS_ARRAY_CNT,
-                                           .times = Fault::kForEver,
-                                           .value = 65'536});
+    bus.attach().access().plant(lie(TOVIX_FO_KPS_ARRAY_CNT, 65'536));
     _tovix* camera = nullptr;
     tovix_version wanted{};
     wanted.product_id = 0x0113;
@@ -99,23 +103,15 @@ TEST(Open, FanFollowsTheTemperatureControl) {
     for (const auto& [temperature, fan, fan_after] : cases) {
         SimulatedBus bus;
         Port& port = bus.attach();
-        std::vector<std::string> writes;
-        {
-            auto device = port.access();
-            device->faults().plant({.place = Place::kRegisterRead,
-                                    .kind = FaultKind::kHostileValue,
-                                    .address = TOVIX_TEMPERATURE,
-                                    .times = Fault::kForEver,
-                                    .value = temperature});
-            device->registers().write(TOVIX_FAN, fan);
-            device->set_observer([&](const tovix::simulator::Transfer& transfer) {
-                if (transfer.setup.request_type == 0x40 && transfer.setup.index == TOVIX_FAN)
-                    writes.push_back(transfer.text());
-            });
-        }
-        OpenCamera camera;
+        unsigned writes = 0;
+        port.access().plant(lie(TOVIX_TEMPERATURE, temperature));
+        port.access()->registers().write(TOVIX_FAN, fan);
+        port.access()->set_observer([&](const simulator::Transfer& transfer) {
+            writes += transfer.setup.request_type == 0x40 && transfer.setup.index == TOVIX_FAN;
+        });
+        OpenCamera();
         EXPECT_EQ(port.access()->registers().read(TOVIX_FAN), fan_after);
-        EXPECT_EQ(writes.size(), fan == fan_after ? 0u : 1u) << std::hex << temperature << " " << fan;
+        EXPECT_EQ(writes, fan == fan_after ? 0u : 1u) << std::hex << temperature << " " << fan;
     }
 }
 
@@ -269,11 +265,7 @@ TEST(Open, HostileRegistersDoNoHarm) {
             SCOPED_TRACE(testing::Message() << std::hex << address << " answers " << value);
             SimulatedBus bus(Pace::kAsFastAsItGoes);
             Port& port = bus.attach("lyra03c");
-            port.access().plant({.place = Place::kRegisterRead,
-                                 .kind = FaultKind::kHostileValue,
-                                 .address = address,
-                                 .times = Fault::kForEver,
-                                 .value = value});
+            port.access().plant(lie(address, value));
             StderrCapture quiet;
             _tovix* camera = nullptr;
             const bool opened = tovix_camera_open_any(&camera) == 0;

@@ -39,15 +39,10 @@ inline DeviceOptions options_of(std::string_view model, DeviceOptions::State sta
 
 /// A format of that size at the sensor's corner, with nothing left out.
 inline _tovix_frame_format format_of(std::uint32_t width, std::uint32_t height) {
-    return {.x_offset = 0,
-            .y_offset = 0,
-            .width = width,
-            .height = height,
-            .pixel_format = 0,
-            .subsample_x = 1,
-            .reserved_x = 0,
-            .subsample_y = 1,
-            .reserved_y = 0};
+    _tovix_frame_format format{};
+    format.width = width, format.height = height;
+    format.subsample_x = format.subsample_y = 1;
+    return format;
 }
 
 class SimulatedBus {

@@ -131,14 +131,10 @@ TEST_F(Simulation, FaultsArePlantedWhereTheyMeanSomething) {
     EXPECT_EQ(tovix_simulation_clear_faults(device), 0);
 
     // A record of a size, a place and a kind is enough: the next one, wherever, whenever.
-    fault = {.size = offsetof(tovix_simulated_fault, address),
-             .place = TOVIX_FAULT_AT_OPEN,
-             .kind = TOVIX_FAULT_REFUSED,
-             .address = 0,
-             .skip = 9,
-             .times = 9,
-             .value = 0,
-             .delay_us = 9};
+    fault.size = offsetof(tovix_simulated_fault, address);
+    fault.place = TOVIX_FAULT_AT_OPEN;
+    fault.kind = TOVIX_FAULT_REFUSED;
+    fault.skip = fault.times = 9, fault.delay_us = 9;
     ASSERT_EQ(tovix_simulation_plant_fault(device, &fault), 0);
     printed_by([] { EXPECT_EQ(cameras(), 0); });
     EXPECT_EQ(cameras(), 1);
@@ -194,14 +190,10 @@ TEST_F(Simulation, OptionsShowInThePicture) {
 TEST_F(Simulation, FaultsComeWhereAndWhenTheyWerePlanted) {
     begin(TOVIX_SIMULATION_STEPPED);
     tovix_simulated_camera* const device = attach(options_of("lyra03c", TOVIX_SIMULATED_READY));
-    tovix_simulated_fault fault{.size = sizeof fault,
-                                .place = TOVIX_FAULT_AT_OPEN,
-                                .kind = TOVIX_FAULT_REFUSED,
-                                .address = UINT32_MAX,
-                                .skip = 0,
-                                .times = 1,
-                                .value = 0,
-                                .delay_us = 0};
+    tovix_simulated_fault fault{};
+    fault.size = sizeof fault;
+    fault.place = TOVIX_FAULT_AT_OPEN;
+    fault.address = UINT32_MAX, fault.times = 1;
     for (const auto& [kind, reason] :
          {std::pair{TOVIX_FAULT_REFUSED, "Permission denied"}, {TOVIX_FAULT_BUSY, "Device or resource busy"}}) {
         fault.kind = static_cast<std::uint32_t>(kind);

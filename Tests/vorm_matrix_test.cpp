@@ -158,13 +158,7 @@ TEST(VormMatrix, ModelMatrices) {
 TEST(VormMatrix, HostileSettingsAreSafe) {
     CVorm vorm;
     for (const double bad : {kNan, kInfinity, -kInfinity, 1e308}) {
-        apply(vorm, {.selector = 1,
-                     .gain = bad,
-                     .saturation_u = bad,
-                     .saturation_v = bad,
-                     .hue = bad,
-                     .white_balance_u = bad,
-                     .white_balance_v = bad});
+        apply(vorm, {1, bad, bad, bad, bad, bad, bad});
         matrix_of(vorm);
         EXPECT_EQ(vorm.AdjustWhiteBalanceForRGBvalues(1, 1, 1), -22) << "no hue, no chroma";
     }

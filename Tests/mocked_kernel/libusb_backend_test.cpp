@@ -186,15 +186,11 @@ class LibusbBackendTest : public testing::Test {
         return found[0];
     }
     static IOReturn request(HostDevice& device, UInt8 type, UInt8 code, Bytes& data, UInt32& done, UInt16 length) {
-        IOUSBDevRequestTO request{.bmRequestType = type,
-                                  .bRequest = code,
-                                  .wValue = 0,
-                                  .wIndex = 0,
-                                  .wLength = length,
-                                  .pData = data.data(),
-                                  .wLenDone = 99,
-                                  .noDataTimeout = kLongMs,
-                                  .completionTimeout = 0};
+        IOUSBDevRequestTO request{};
+        request.bmRequestType = type, request.bRequest = code;
+        request.wLength = length, request.pData = data.data();
+        request.wLenDone = 99;
+        request.noDataTimeout = kLongMs;
         const IOReturn status = device.control(request);
         done = request.wLenDone;
         return status;

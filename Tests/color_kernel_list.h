@@ -9,6 +9,7 @@
 #include <cstring>
 #include <functional>
 #include <random>
+#include <stdexcept>
 #include <string>
 #include <tuple>
 #include <type_traits>
@@ -153,6 +154,15 @@ inline const Kernel kKernels[] = {
     {KERNEL(FourColorsInterMove32InPlace), "rgftil", 8, 32, Method::kFourColour, kMemory, 4},
 };
 // clang-format on
+
+/// The kernel of that name. Of overloaded ones, that with the parameters of "NAME TYPE", or the one with a table.
+inline const Kernel& find(const std::string& name) {
+    for (const Kernel& kernel : kKernels) {
+        for (const char* const type : {"", " ByteSelector", " WordSelector"})
+            if (kernel.name == name + type) return kernel;
+    }
+    throw std::out_of_range(name);
+}
 
 #undef DIRECT_FORMS
 #undef DIRECT_AND_SELECTOR

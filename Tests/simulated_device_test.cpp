@@ -69,6 +69,9 @@ TEST(SimulatedDevice, AFaultyReadLosesTheRestOfItsFrameAndNoMore) {
         const Read read = faulty.read();
         EXPECT_EQ(read.outcome, outcome);
         EXPECT_TRUE(read.bytes == bytes) << static_cast<int>(kind);
+        if (kind == FaultKind::kStall) {
+            EXPECT_EQ(faulty.read().outcome, Outcome::kStall) << "the pipe is halted";
+        }
         faulty.device.control({usb::kEndpoint, usb::kClearFeature, 0, Descriptors::kInEndpoint, 0}, nullptr);
         EXPECT_TRUE(faulty.read().bytes == second) << static_cast<int>(kind);
     }

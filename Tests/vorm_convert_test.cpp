@@ -61,14 +61,6 @@ std::string kernel_name(unsigned method, bool words, bool two_fields, unsigned b
     return families.at(method) + depth + (in_place ? "InPlace" : "");
 }
 
-const kernels::Kernel& kernel_of(const std::string& name) {
-    const auto is_it = [&](const kernels::Kernel& each) {
-        const std::string of = each.name;
-        return of == name || of == name + " ByteSelector" || of == name + " WordSelector";
-    };
-    return *std::ranges::find_if(kernels::kKernels, is_it);
-}
-
 /// The matrix over the pixels that a kernel made, one by one, at the stride that the kernel has.
 void apply_matrix(unsigned char* image, unsigned bits, bool padded, short const* matrix) {
     const std::size_t row_bytes = kWidth * bits / 8, stride = padded ? (row_bytes + 3) / 4 * 4 : row_bytes;
@@ -122,7 +114,7 @@ TEST(VormConvert, RunsTheKernelOfItsName) {
                                                    {'l', s.lut_size != 0}}) {
                     if (is_set) flags += flag;
                 }
-                const kernels::Kernel& kernel = kernel_of(name);
+                const kernels::Kernel& kernel = kernels::find(name);
                 kernel.run({kWidth, kHeight, flags, {}}, kernel.letters, kFrame.data(), expected.image());
                 const bool padded = bits == 24 && !two_fields && method == 0;
                 if (s.correction_matrix != 0 && method != kMono) apply_matrix(expected.image(), bits, padded, matrix);

@@ -33,6 +33,10 @@ TEST(CameraTable, RowsAreWhatLookupsAndStartUpRelyOn) {
     EXPECT_EQ(count([](const camera_id& row) { return row.fpga_file == nullptr; }), 1);
     EXPECT_EQ(count([](const camera_id& row) { return row.product_id >= 0x8000; }), 0);
     EXPECT_EQ(count([](const camera_id& row) { return std::strchr(row.firmware_file, '/') == nullptr; }), 0);
+    std::set<const void*> blocks;
+    for (const camera_id& row : rows())
+        blocks.insert(row.model_data);
+    EXPECT_EQ(blocks.size(), 26u);
     // Rows of one product are of one vendor and stand together, or start-up would search the pair twice.
     std::set<std::uint16_t> closed;
     for (std::size_t i = 1; i < rows().size(); ++i) {
@@ -55,11 +59,17 @@ TEST(CameraTable, MatricesKeepGrey) {
         }
         ASSERT_EQ(length % 20, 0u);
         const auto* const entries = static_cast<const std::uint8_t*>(value);
-        for (std::uint32_t group = 0; group < length / 20 * 3; ++group) {
-            const std::uint8_t* const weights = entries + group / 3 * 20 + 2 + group % 3 * 6;
-            const int sum = i16_at(weights) + i16_at(weights + 2) + i16_at(weights + 4);
-            EXPECT_TRUE(sum >= 4092 && sum <= 4099) << row.firmware_file << " sums to " << sum;
+        std::string ids;
+        for (std::uint32_t at = 0; at < length; at += 20) {
+            ids += std::to_string(i16_at(entries + at));
+            for (const std::uint32_t weights : {at + 2, at + 8, at + 14}) {
+                const int sum =
+                    i16_at(entries + weights) + i16_at(entries + weights + 2) + i16_at(entries + weights + 4);
+                EXPECT_TRUE(sum >= 4092 && sum <= 4099) << row.firmware_file << " sums to " << sum;
+            }
         }
+        EXPECT_TRUE(ids == "125" || ids == "1245" || ids == "1235" || ids == "12345")
+            << row.firmware_file << ": " << ids;
     }
 }
 

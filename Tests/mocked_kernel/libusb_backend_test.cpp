@@ -448,6 +448,7 @@ TEST_F(LibusbBackendTest, UnpluggingEndsAPendingReadAndAnotherDeviceCanFollow) {
     EXPECT_EQ(request(*device, 0xC0, 1, data, done, 4), kIOReturnNoDevice);
     EXPECT_EQ(device->read_pipe(kInterface, kIn, data.data(), size, 10), kIOReturnNoDevice);
     EXPECT_EQ(device->read_async(kInterface, kIn, read), kIOReturnNoDevice);
+    EXPECT_EQ(device->pipe_status(kInterface, kIn), kIOReturnNoDevice);
     EXPECT_EQ(device->clear_stall(kInterface, kIn), kIOReturnNoDevice);
     EXPECT_EQ(device->set_alternate(kInterface, 0), kIOReturnNoDevice);
     kernel.unplug(1);

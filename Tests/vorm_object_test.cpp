@@ -5,6 +5,7 @@
 #include <tovixapi/vorm.h>
 
 #include <algorithm>
+#include <array>
 #include <climits>
 #include <cmath>
 #include <cstring>
@@ -45,40 +46,32 @@ Words lut16_of(const _lut8_struct& block, unsigned size, bool natural = true) {
     return out;
 }
 
-TEST(VormObject, StartsNeutral) {
+/// Flips, saturations, hue, gain and white balance.
+std::array<double, 8> settings_of(CVorm& vorm) {
+    int x = 9, y = 9;
+    double u, v, hue, gain, balance_u, balance_v;
+    EXPECT_EQ(vorm.GetFlipping(&x, &y) | vorm.GetSaturation(&u, &v) | vorm.GetHue(&hue) | vorm.GetGain(&gain), 0);
+    EXPECT_EQ(vorm.GetWhiteBalance(&balance_u, nullptr) | vorm.GetWhiteBalance(nullptr, &balance_v), 0);
+    return {double(x), double(y), u, v, hue, gain, balance_u, balance_v};
+}
+
+TEST(VormObject, StartsNeutralAndKeepsWhatItAccepts) {
     CVorm vorm;
     EXPECT_EQ(curve_of(vorm), (CurveValues{100, 100, 0}));
-    int x = 9, y = 9;
-    EXPECT_EQ(vorm.GetFlipping(&x, &y), 0);
-    EXPECT_EQ(x | y, 0);
-    double u, v, hue, gain;
-    vorm.GetSaturation(&u, &v), vorm.GetHue(&hue), vorm.GetGain(&gain);
-    EXPECT_TRUE(u == 1.0 && v == 1.0 && hue == 0.0 && gain == 1.0);
-    vorm.GetWhiteBalance(&u, &v);
-    EXPECT_TRUE(u == 0.0 && v == 0.0);
-    unsigned method = 9, selector = 9, size = 0;
-    vorm.DemosaicMethodGet(&method), vorm.CorrectionMatrixGet(&selector);
-    EXPECT_TRUE(method == 1 && selector == 1);
+    EXPECT_EQ(settings_of(vorm), (std::array<double, 8>{0, 0, 1, 1, 0, 1, 0, 0}));
+    EXPECT_TRUE(vorm.settings.demosaic_method == 1 && vorm.settings.correction_matrix == 1);
     short custom[12], current[12];
     vorm.GetCustomMatrix(custom), vorm.CorrectionMatrixSet(0), vorm.GetCurrentMatrix(current);
     for (int i = 0; i < 12; ++i)
         EXPECT_EQ(custom[i] << 16 | current[i], i % 5 == 0 ? 4096 << 16 | 4096 : 0) << i;
+    unsigned size = 0;
     EXPECT_EQ(vorm.GetLUT(nullptr, &size, 15), 84);
     EXPECT_EQ(size, 0u);
     EXPECT_EQ(reinterpret_cast<std::uintptr_t>(vorm.settings.matrix) % 16, 0u);
-}
 
-TEST(VormObject, SettersKeepWhatTheyAccept) {
-    CVorm vorm;
-    EXPECT_EQ(vorm.SetFlipping(1, 7) | vorm.SetSaturation(0.5, 2.5) | vorm.SetHue(-30) | vorm.SetGain(3) |
-                  vorm.SetWhiteBalance(0.25, -0.75),
-              0);
-    int x, y;
-    double u, v, hue, gain;
-    vorm.GetFlipping(&x, &y), vorm.GetSaturation(&u, &v), vorm.GetHue(&hue), vorm.GetGain(&gain);
-    EXPECT_TRUE(x == 1 && y == 7 && u == 0.5 && v == 2.5 && hue == -30 && gain == 3);
-    vorm.GetWhiteBalance(&u, nullptr), vorm.GetWhiteBalance(nullptr, &v);
-    EXPECT_TRUE(u == 0.25 && v == -0.75);
+    EXPECT_EQ(vorm.SetFlipping(1, 7) | vorm.SetSaturation(0.5, 2.5) | vorm.SetHue(-30) | vorm.SetGain(3), 0);
+    EXPECT_EQ(vorm.SetWhiteBalance(0.25, -0.75), 0);
+    EXPECT_EQ(settings_of(vorm), (std::array<double, 8>{1, 7, 0.5, 2.5, -30, 3, 0.25, -0.75}));
     for (unsigned value = 0; value < 40; ++value) {
         unsigned method = 0, before = 0, selector = 0;
         vorm.DemosaicMethodGet(&before);

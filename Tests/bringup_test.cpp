@@ -249,30 +249,27 @@ TEST(Firmware, AHeldDeviceIsTriedFiveTimes) {
 }
 
 TEST(Fpga, BadImagesAreReported) {
-    const std::string no_image = "error: unable to load FPGA\nusb_load_fpga: unable to load FPGA: timeout\n";
+    const std::string refused = "error: unable to load FPGA\nusb_load_fpga: unable to load FPGA: timeout\n";
+    const std::string no_size = "error: unable to get file size: ";
+    using Files = const TemporaryDirectory&;
     const struct {
         const char* what;
-        std::function<void(const TemporaryDirectory&)> make;
+        std::function<void(Files)> make;
         std::string printed;
     } cases[] = {
-        {"missing", [](const TemporaryDirectory&) {},
-         "error: unable to open fpga file DIR/mira13c/fpga0.rbf: No such file or directory\n" + no_image},
-        {"empty", [](const TemporaryDirectory& files) { files.write("mira13c/fpga0.rbf", ""); },
-         "error: unable to get file size: Invalid argument\n" + no_image},
-        {"directory",
-         [](const TemporaryDirectory& files) {
-             std::filesystem::create_directories(files.path() / "mira13c/fpga0.rbf");
-         },
-         "error: unable to get file size: Is a directory\n" + no_image},
+        {"missing", [](Files) {},
+         "error: unable to open fpga file DIR/mira13c/fpga0.rbf: No such file or directory\n" + refused},
+        {"empty", [](Files files) { files.write("mira13c/fpga0.rbf", ""); }, no_size + "Invalid argument\n" + refused},
+        {"directory", [](Files files) { files.write("mira13c/fpga0.rbf/file", ""); },
+         no_size + "Is a directory\n" + refused},
         {"too large",
-         [](const TemporaryDirectory& files) {
+         [](Files files) {
              files.write("mira13c/fpga0.rbf", "x");
              std::filesystem::resize_file(files.path() / "mira13c/fpga0.rbf", (64u << 20) + 1);
          },
-         "error: unable to get file size: File too large\n" + no_image},
-        {"wrong image", [](const TemporaryDirectory& files) { files.write("mira13c/fpga0.rbf", "no image"); },
-         "sending FPGA binary to camera\nsent FPGA binary to camera\nusb_load_fpga: unable to load FPGA: "
-         "timeout\n"},
+         no_size + "File too large\n" + refused},
+        {"wrong image", [](Files files) { files.write("mira13c/fpga0.rbf", "no image"); },
+         "sending FPGA binary to camera\nsent FPGA binary to camera\nusb_load_fpga: unable to load FPGA: timeout\n"},
     };
     for (const auto& [what, make, printed] : cases) {
         TemporaryDirectory files;

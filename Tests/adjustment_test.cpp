@@ -19,6 +19,7 @@ namespace {
 
 using namespace tovix::test;
 using Light = std::array<double, 3>;
+using Gains = std::array<int, 4>;
 using Levels = std::array<double, 4>;  // red, green in red rows, green in blue rows, blue
 
 constexpr int kSide = 64;      // of the measured rectangle
@@ -90,9 +91,6 @@ double spread(const auto& levels) {
     return *most / *least - 1;
 }
 
-constexpr const char* kFilters[] = {"mira13c", "lyra08c", "mira20c", "lyra03c"};  // RGGB, GRBG, GBRG, BGGR
-constexpr Light kLights[] = {{1.0, 0.75, 0.45}, {0.5, 0.8, 1.0}, {0.6, 1.0, 0.55}};
-
 /// What `call` prints on the standard output.
 std::string output_of(const auto& call) {
     testing::internal::CaptureStdout();
@@ -100,116 +98,60 @@ std::string output_of(const auto& call) {
     return testing::internal::GetCapturedStdout();
 }
 
-TEST(OneShot, ExposureAndGainConvergeOnTheCamera) {
-    for (const char* model : {"mira13c", "mira13m"}) {
-        const struct {
-            const char* name;
-            std::uint32_t property;
-            int from;
-        } cases[] = {{"dark", 20, 200}, {"saturated", 20, 2'000'000}, {"dim", 40, 4096}, {"bright", 40, 32768}};
-        for (const auto& c : cases) {
-            Subject subject(model);
-            if (c.property == 40) subject.set(20, c.from == 4096 ? 4000 : 2000);
-            subject.set(c.property, c.from);
-            double mean = 0;
-            for (int step = 0; step < 6; ++step) {
-                const std::uint8_t* frame = subject.look();
-                EXPECT_EQ(c.property == 20
-                              ? tovix_oneshot_autoexposure(subject.handle(), 100, frame, kX, kY, kSide, kSide, 0)
-                              : tovix_oneshot_autogain(subject.handle(), 100, frame, kX, kY, kSide, kSide),
-                          0);
+void one_shot_makes_grey_neutral(Subject& subject) {
+    subject.set(70, 20);
+    EXPECT_GT(spread(subject.levels()), 0.2);
+    EXPECT_EQ(tovix_oneshot_autowhitebalance(subject.handle(), subject.look(), kX, kY, kSide, kSide), 0);
+    EXPECT_LT(spread(subject.levels()), 0.02);
+    EXPECT_EQ(subject.value(69), 0);
+    EXPECT_EQ(subject.value(70), 0);
+}
+
+void steps_make_grey_neutral(Subject& subject) {
+    int steps = 0;
+    while (tovix_whitebalance_step(subject.handle(), subject.look(), kX, kY, kSide, kSide) == 1)
+        ASSERT_LT(++steps, 10);
+    EXPECT_GT(steps, 0);
+    const Levels raw = subject.levels();
+    const std::array<double, 3> seen{raw[0] * subject.value(72), (raw[1] + raw[2]) / 2 * subject.value(73),
+                                     raw[3] * subject.value(74)};
+    EXPECT_LT(spread(seen), 0.03);
+}
+
+void conversion_makes_grey_neutral(Subject& subject) {
+    subject.set(20, 13'000);
+    subject.set(65, 1);
+    subject.set(64, 1);
+    const int gain = subject.value(41);
+    EXPECT_EQ(tovix_digital_whitebalance(subject.handle(), subject.look(), kX, kY, kSide, kSide), 0);
+    EXPECT_EQ(subject.value(41), gain) << "the camera is left alone";
+    tovix_image_format format{};
+    ASSERT_EQ(tovix_get_image_format(subject.handle(), &format), 0);
+    std::vector<std::uint8_t> image(3 * kFrameWidth * kFrameHeight);
+    ASSERT_EQ((*subject.camera)->vorm->ConvertToRgb(image.data(), subject.frame.data(), 24, &format, nullptr), 0);
+    std::array<double, 3> sums{};
+    for (std::size_t i = 0; i < image.size(); ++i)
+        sums[i % 3] += image[i];
+    EXPECT_LT(spread(sums), 0.03);
+    sums[1] *= 1 + 2 / subject.levels()[1];  // green is measured half a quarter level too bright, which is two levels
+    EXPECT_LT(spread(sums), 0.01);
+    EXPECT_LT(sums[1] / (kFrameWidth * kFrameHeight), 250);
+    subject.set(65, 0);
+    EXPECT_EQ(tovix_digital_whitebalance(subject.handle(), subject.frame.data(), kX, kY, kSide, kSide), -22);
+}
+
+TEST(WhiteBalance, MakesGreyNeutral) {
+    for (const auto make : {&one_shot_makes_grey_neutral, &steps_make_grey_neutral, &conversion_makes_grey_neutral}) {
+        for (const char* const model : {"mira13c", "lyra08c", "mira20c", "lyra03c"}) {  // RGGB, GRBG, GBRG, BGGR
+            for (const Light& light : {Light{1.0, 0.75, 0.45}, Light{0.5, 0.8, 1.0}, Light{0.6, 1.0, 0.55}}) {
+                SCOPED_TRACE(testing::Message() << model << ", light " << light[0] << " " << light[2]);
+                Subject subject(model, light);
+                make(subject);
             }
-            for (const double level : subject.levels())
-                mean += level / 4;
-            EXPECT_NEAR(mean, 100, 1) << model << ", " << c.name;
         }
     }
-}
-
-TEST(OneShot, WritesTheValueWithFlags0OrNothing) {
-    Subject subject("mira13c");
-    std::vector<std::string> writes;
-    subject.set(20, 40'000'000);
-    subject.port.access()->set_observer([&](const tovix::simulator::Transfer& transfer) {
-        if (transfer.setup.request_type == 0x40) writes.push_back(transfer.text().substr(14));
-    });
-    const std::vector<std::uint8_t> frame(kFrameWidth * kFrameHeight, 50);
-    const auto expose = [&](int target, int x, int width) {
-        return tovix_oneshot_autoexposure(subject.handle(), target, frame.data(), x, 0, width, 8, 0);
-    };
-    EXPECT_EQ(expose(50, 0, 8), 0);
-    EXPECT_EQ(expose(200, 0, 8), 0);  // to the maximum, 60 s
-    for (const auto& [x, width] : {std::pair{-2, 8}, {0, 0}, {kFrameWidth - 6, 8}, {0, INT32_MAX}})
-        EXPECT_EQ(expose(50, x, width), TOVIX_EINVAL);
-    EXPECT_EQ(tovix_oneshot_autoiris(subject.handle(), 50, frame.data(), 0, 0, 8, 8), TOVIX_EADJUST);
-    EXPECT_EQ(tovix_autofocus_start(subject.handle(), 0, 0, 8, 8), TOVIX_EINVAL);
-    EXPECT_EQ(tovix_autofocus_process(subject.handle(), frame.data()), TOVIX_EADJUST);
-    subject.plant(Place::kRegisterRead, 0x04A0, 0, 1);
-    EXPECT_EQ(expose(50, 0, 8), TOVIX_EADJUST);
-    EXPECT_EQ(writes, (std::vector<std::string>{
-                          "value=0000 index=04A0 length=8 done 8: 00 00 00 00 00 5A 62 02",
-                          "value=0000 index=04A0 length=8 done 8: 00 00 00 00 00 87 93 03",
-                      }));
-    subject.port.access()->set_observer({});
-    subject.plant(Place::kRegisterWrite, 0x04A0, 0, 1);
-    EXPECT_EQ(expose(50, 0, 8), TOVIX_EADJUST);
-}
-
-TEST(WhiteBalance, OneShotMakesGreyNeutral) {
-    for (const char* model : kFilters)
-        for (const Light& light : kLights) {
-            Subject subject(model, light);
-            subject.set(70, 20);
-            EXPECT_GT(spread(subject.levels()), 0.2) << model;
-            EXPECT_EQ(tovix_oneshot_autowhitebalance(subject.handle(), subject.look(), kX, kY, kSide, kSide), 0);
-            EXPECT_LT(spread(subject.levels()), 0.02) << model << ", light " << light[0] << " " << light[2];
-            EXPECT_EQ(subject.value(69), 0);
-            EXPECT_EQ(subject.value(70), 0);
-        }
-}
-
-TEST(WhiteBalance, StepsMakeGreyNeutral) {
-    for (const char* model : kFilters)
-        for (const Light& light : {kLights[0], kLights[1], kLights[2], Light{1.0, 0.9, 0.05}}) {
-            Subject subject(model, light);
-            int steps = 0;
-            while (tovix_whitebalance_step(subject.handle(), subject.look(), kX, kY, kSide, kSide) == 1)
-                ASSERT_LT(++steps, 10) << model;
-            EXPECT_GT(steps, 0);
-            const Levels raw = subject.levels();
-            const std::array<double, 3> seen{raw[0] * subject.value(72), (raw[1] + raw[2]) / 2 * subject.value(73),
-                                             raw[3] * subject.value(74)};
-            EXPECT_LT(spread(seen), 0.03) << model << ", light " << light[0] << " " << light[2];
-        }
-}
-
-TEST(WhiteBalance, ConversionMakesGreyNeutral) {
-    for (const char* model : kFilters)
-        for (const Light& light : kLights) {
-            Subject subject(model, light);
-            subject.set(20, 13'000);
-            subject.set(65, 1);
-            subject.set(64, 1);
-            const int gain = subject.value(41);
-            EXPECT_EQ(tovix_digital_whitebalance(subject.handle(), subject.look(), kX, kY, kSide, kSide), 0);
-            EXPECT_EQ(subject.value(41), gain) << "the camera is left alone";
-            tovix_image_format format{};
-            ASSERT_EQ(tovix_get_image_format(subject.handle(), &format), 0);
-            std::vector<std::uint8_t> image(3 * kFrameWidth * kFrameHeight);
-            ASSERT_EQ((*subject.camera)->vorm->ConvertToRgb(image.data(), subject.frame.data(), 24, &format, nullptr),
-                      0);
-            std::array<double, 3> sums{};
-            for (std::size_t i = 0; i < image.size(); ++i)
-                sums[i % 3] += image[i];
-            // Green is measured half a quarter level too bright, which is two levels.
-            const Levels raw = subject.levels();
-            EXPECT_LT(spread(sums), 0.03) << model << ", light " << light[0] << " " << light[2];
-            sums[1] *= 1 + 2 / raw[1];
-            EXPECT_LT(spread(sums), 0.01) << model << ", light " << light[0] << " " << light[2];
-            EXPECT_LT(sums[1] / (kFrameWidth * kFrameHeight), 250);
-            subject.set(65, 0);
-            EXPECT_EQ(tovix_digital_whitebalance(subject.handle(), subject.frame.data(), kX, kY, kSide, kSide), -22);
-        }
+    Subject nearly_without_blue("mira13c", {1.0, 0.9, 0.05});
+    steps_make_grey_neutral(nearly_without_blue);
 }
 
 /// A frame whose cells are all alike, for a camera of RGGB.
@@ -224,11 +166,11 @@ std::vector<std::uint8_t> cells(int red, int green1, int green2, int blue) {
 
 constexpr std::uint32_t kGains[] = {41, 43, 44, 42};  // in the order of Levels
 
-void set_gains(const Subject& subject, const std::array<int, 4>& gains) {
+void set_gains(const Subject& subject, const Gains& gains) {
     for (std::size_t i = 0; i < 4; ++i)
         subject.set(kGains[i], gains[i]);
 }
-std::array<int, 4> gains_of(const Subject& subject) {
+Gains gains_of(const Subject& subject) {
     return {subject.value(41), subject.value(43), subject.value(44), subject.value(42)};
 }
 
@@ -238,83 +180,43 @@ std::int32_t balance(const Subject& subject, const std::vector<std::uint8_t>& fr
                                              blue_ratio);
 }
 
+const std::string kName = "tovix_oneshot_autowhitebalance_ex: ";
+
+/// What it prints of one measure. The averages are a quarter of each place's level.
+std::string measure(const std::string& averages, const std::string& average) {
+    return kName + "averages: " + averages + ", samples: 4096\n" + kName + "average: " + average + "\n";
+}
+
 TEST(WhiteBalance, OneShotByHand) {
-    // The averages are a quarter of each place's level.
-    const auto plain = [](const std::string& averages, const std::string& average) {
-        const std::string stage = "averages: " + averages + ", samples: 4096\n" +
-                                  "tovix_oneshot_autowhitebalance_ex: average: " + average + "\n";
-        return stage + "tovix_oneshot_autowhitebalance_ex: " + stage + "tovix_oneshot_autowhitebalance_ex: " + stage;
-    };
-    const std::string reddish = plain("16.000000/32.000000/32.000000/24.000000", "26.000000");
-    const std::string grey = plain("32.000000/32.000000/32.000000/32.000000", "32.000000");
+    const auto thrice = [](const std::string& text) { return text + text + text; };
+    const std::string reddish = thrice(measure("16.000000/32.000000/32.000000/24.000000", "26.000000"));
+    const std::string grey = measure("32.000000/32.000000/32.000000/32.000000", "32.000000");
+    const auto reddish_cells = cells(64, 128, 128, 96), grey_cells = cells(128, 128, 128, 128);
     const struct {
         const char* what;
         std::vector<std::uint8_t> frame;
-        float red_ratio, blue_ratio;
-        std::uint32_t unreadable;                   // register of a gain
-        std::array<int, 4> before, after;           // 4096 is 1.0, the minimum; 16384 is the maximum
+        Gains before, after;                        // 4096 is 1.0, the minimum; 16384 is the maximum
         std::string measures, gains, middle, last;  // printed
+        std::uint32_t unreadable = 0;               // register of a gain
+        float red_ratio = 1, blue_ratio = 1;
     } cases[] = {
-        {"raised to the minimum",
-         cells(64, 128, 128, 96),
-         1,
-         1,
-         0,
-         {8192, 4096, 4096, 4096},
-         {16384, 4096, 4096, 5461},
-         reddish,
-         "3.250000/0.812500/0.812500/1.083333",
-         "1.000000 and 4.000000/1.000000/1.000000/1.333333",
+        {"raised to the minimum", reddish_cells, Gains{8192, 4096, 4096, 4096}, Gains{16384, 4096, 4096, 5461}, reddish,
+         "3.250000/0.812500/0.812500/1.083333", "1.000000 and 4.000000/1.000000/1.000000/1.333333",
          "1.000000 and 4.000000/1.000000/1.000000/1.333333"},
-        {"scaled to the maximum, raised to the minimum, cut off",
-         cells(64, 128, 128, 96),
-         1,
-         1,
-         0,
-         {16384, 4096, 4096, 4096},
-         {16384, 4096, 4096, 5461},
-         reddish,
-         "6.500000/0.812500/0.812500/1.083333",
-         "1.000000 and 8.000000/1.000000/1.000000/1.333333",
-         "1.000000 and 4.000000/1.000000/1.000000/1.333333"},
-        {"ratios and the floor",
-         cells(128, 128, 128, 128),
-         64,
-         1 / 64.0f,
-         0,
-         {4096, 4096, 4096, 4096},
-         {16384, 16384, 16384, 4096},
-         "averages: 32.000000/32.000000/32.000000/32.000000, samples: 4096\n"
-         "tovix_oneshot_autowhitebalance_ex: average: 32.000000\n"
-         "tovix_oneshot_autowhitebalance_ex: averages: 0.500000/32.000000/32.000000/2048.000000, samples: 4096\n"
-         "tovix_oneshot_autowhitebalance_ex: average: 528.125000\n"
-         "tovix_oneshot_autowhitebalance_ex: averages: 4.125977/32.000000/32.000000/2048.000000, samples: 4096\n"
-         "tovix_oneshot_autowhitebalance_ex: average: 528.125000\n",
-         "128.000000/16.503906/16.503906/0.257874",
-         "",
-         "1.000000 and 4.000000/4.000000/4.000000/1.000000"},
-        {"without green gains",
-         cells(64, 128, 128, 96),
-         1,
-         1,
-         kGainGreen1,
-         {4096, 5000, 5001, 4096},
-         {8192, 5000, 5001, 5461},
-         reddish,
-         "2.000000/1.000000/1.000000/1.333333",
-         "1.333333 and 2.000000/1.000000/1.000000/1.333333",
-         "1.333333 and 2.000000/1.000000/1.000000/1.333333"},
-        {"without green 2",
-         cells(128, 128, 128, 128),
-         1,
-         1,
-         kGainGreen2,
-         {4096, 8192, 5001, 4096},
-         {4096, 8192, 5001, 4096},
-         grey,
-         "1.000000/2.000000/2.000000/1.000000",
-         "1.000000 and 1.000000/2.000000/2.000000/1.000000",
-         "1.000000 and 1.000000/2.000000/2.000000/1.000000"},
+        {"scaled to the maximum, raised to the minimum, cut off", reddish_cells, Gains{16384, 4096, 4096, 4096},
+         Gains{16384, 4096, 4096, 5461}, reddish, "6.500000/0.812500/0.812500/1.083333",
+         "1.000000 and 8.000000/1.000000/1.000000/1.333333", "1.000000 and 4.000000/1.000000/1.000000/1.333333"},
+        {"ratios and the floor", grey_cells, Gains{4096, 4096, 4096, 4096}, Gains{16384, 16384, 16384, 4096},
+         grey + measure("0.500000/32.000000/32.000000/2048.000000", "528.125000") +
+             measure("4.125977/32.000000/32.000000/2048.000000", "528.125000"),
+         "128.000000/16.503906/16.503906/0.257874", "", "1.000000 and 4.000000/4.000000/4.000000/1.000000", 0, 64,
+         1 / 64.0f},
+        {"without green gains", reddish_cells, Gains{4096, 5000, 5001, 4096}, Gains{8192, 5000, 5001, 5461}, reddish,
+         "2.000000/1.000000/1.000000/1.333333", "1.333333 and 2.000000/1.000000/1.000000/1.333333",
+         "1.333333 and 2.000000/1.000000/1.000000/1.333333", kGainGreen1},
+        {"without green 2", grey_cells, Gains{4096, 8192, 5001, 4096}, Gains{4096, 8192, 5001, 4096}, thrice(grey),
+         "1.000000/2.000000/2.000000/1.000000", "1.000000 and 1.000000/2.000000/2.000000/1.000000",
+         "1.000000 and 1.000000/2.000000/2.000000/1.000000", kGainGreen2},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
@@ -324,10 +226,9 @@ TEST(WhiteBalance, OneShotByHand) {
         std::int32_t result = -1;
         const std::string output = output_of([&] { result = balance(subject, c.frame, c.red_ratio, c.blue_ratio); });
         EXPECT_EQ(result, 0);
-        const std::string name = "tovix_oneshot_autowhitebalance_ex: ";
-        const std::string first = name + c.measures + name + "gains: " + c.gains + "\n" + name + "gains: " + c.middle;
+        const std::string first = c.measures + kName + "gains: " + c.gains + "\n" + kName + "gains: " + c.middle;
         EXPECT_EQ(output.substr(0, first.size()), first);
-        const std::string last = name + "gains: " + c.last + "\n";
+        const std::string last = kName + "gains: " + c.last + "\n";
         EXPECT_EQ(output.substr(output.size() - last.size()), last);
         EXPECT_EQ(std::count(output.begin(), output.end(), '\n'), 9);
         subject.port.access().clear_faults();
@@ -338,9 +239,7 @@ TEST(WhiteBalance, OneShotByHand) {
 TEST(WhiteBalance, OneShotPrintsTheSensorsOrderFirst) {
     Subject subject("lyra08c");  // green and red, then blue and green
     const std::string output = output_of([&] { EXPECT_EQ(balance(subject, cells(64, 128, 120, 96)), 0); });
-    const std::string name = "tovix_oneshot_autowhitebalance_ex: ";
-    const std::string expected = name + "averages: 16.000000/32.000000/30.000000/24.000000, samples: 4096\n" + name +
-                                 "average: 25.500000\n" + name +
+    const std::string expected = measure("16.000000/32.000000/30.000000/24.000000", "25.500000") + kName +
                                  "averages: 32.000000/16.000000/24.000000/30.000000, samples: 4096\n";
     EXPECT_EQ(output.substr(0, expected.size()), expected);
 }
@@ -348,7 +247,7 @@ TEST(WhiteBalance, OneShotPrintsTheSensorsOrderFirst) {
 TEST(WhiteBalance, OneShotFailsAsItShould) {
     Subject subject("mira13c");
     const std::vector<std::uint8_t> reddish = cells(64, 128, 128, 96);
-    const std::array<int, 4> before{8192, 4097, 4098, 4099};
+    const Gains before{8192, 4097, 4098, 4099};
     set_gains(subject, before);
     const struct {
         const char* what;
@@ -362,17 +261,11 @@ TEST(WhiteBalance, OneShotFailsAsItShould) {
     std::int32_t result = 0;
     const std::string output = output_of([&] { result = balance(subject, cells(16, 16, 16, 16)); });
     EXPECT_EQ(result, TOVIX_ELIGHT);
-    const std::string name = "tovix_oneshot_autowhitebalance_ex: ";
-    EXPECT_EQ(output,
-              name + "averages: 4.000000/4.000000/4.000000/4.000000, samples: 4096\n" + name + "average: 4.000000\n");
-    for (const auto& [x, y, width, height] : {std::array{1, 0, 8, 8},
-                                              {0, 1, 8, 8},
-                                              {0, 0, 7, 8},
-                                              {0, 0, 8, 7},
-                                              {0, 0, 0, 8},
-                                              {74, 0, 8, 8},
-                                              {0, 66, 8, 8},
-                                              {-2, 0, 8, 8}}) {
+    EXPECT_EQ(output, measure("4.000000/4.000000/4.000000/4.000000", "4.000000"));
+    using Rectangle = std::array<int, 4>;
+    for (const auto& [x, y, width, height] :
+         {Rectangle{1, 0, 8, 8}, Rectangle{0, 1, 8, 8}, Rectangle{0, 0, 7, 8}, Rectangle{0, 0, 8, 7},
+          Rectangle{0, 0, 0, 8}, Rectangle{74, 0, 8, 8}, Rectangle{0, 66, 8, 8}, Rectangle{-2, 0, 8, 8}}) {
         EXPECT_EQ(tovix_oneshot_autowhitebalance(subject.handle(), reddish.data(), x, y, width, height), TOVIX_EINVAL);
         EXPECT_EQ(tovix_digital_whitebalance(subject.handle(), reddish.data(), x, y, width, height), TOVIX_EINVAL);
     }
@@ -408,33 +301,22 @@ std::int32_t step(const Subject& subject, const std::vector<std::uint8_t>& frame
 }
 
 TEST(WhiteBalance, StepByHand) {
+    using Digital = std::array<int, 3>;
     const struct {
         const char* what;
         std::vector<std::uint8_t> frame;
         std::int32_t result;
-        std::array<int, 4> gains;
-        std::array<int, 3> digital;
+        Gains gains;
+        Digital digital;
         std::string printed;
     } cases[] = {
         // Green counts half a quarter level more than it is: 16 / 32.5 / 24, so that red wants 2.03125 and gets 90 % of it.
-        {"by analogue gains",
-         cells(64, 128, 128, 96),
-         1,
-         {7898, 4096, 4096, 5402},
-         {100, 100, 100},
+        {"by analogue gains", cells(64, 128, 128, 96), 1, Gains{7898, 4096, 4096, 5402}, Digital{100, 100, 100},
          "2.03/1.00/1.35\n"},
         // 32 / 32.5 / 1: blue wants 1 + 0.9 x 31.5 = 29.35, 4.0 of it by the analogue gain.
-        {"rest by digital gains",
-         cells(128, 128, 128, 4),
-         1,
-         {4154, 4096, 4096, 16384},
-         {100, 100, 734},
+        {"rest by digital gains", cells(128, 128, 128, 4), 1, Gains{4154, 4096, 4096, 16384}, Digital{100, 100, 734},
          "1.02/1.00/32.50\n"},
-        {"nothing to do",
-         cells(128, 128, 128, 129),
-         0,
-         {4096, 4096, 4096, 4096},
-         {100, 100, 100},
+        {"nothing to do", cells(128, 128, 128, 129), 0, Gains{4096, 4096, 4096, 4096}, Digital{100, 100, 100},
          "1.02/1.00/1.01\ntovix_whitebalance_step_ex: no whitebalance change required\n"},
     };
     for (const auto& c : cases) {

@@ -75,7 +75,7 @@ TEST(HexFile, ReadsRecordsAsTheyAre) {
         ASSERT_EQ(read_hex(full.substr(0, length))[0].result, -1) << "cut off after " << length;
 }
 
-std::vector<std::string> bring_up(SimulatedBus&, Port& port, std::string* printed = nullptr) {
+std::vector<std::string> bring_up(Port& port, std::string* printed = nullptr) {
     std::vector<std::string> lines;
     port.access()->set_observer(
         [&lines](const tovix::simulator::Transfer& transfer) { lines.push_back(transfer.text()); });
@@ -89,7 +89,7 @@ std::vector<std::string> bring_up(SimulatedBus&, Port& port, std::string* printe
 TEST(BringUp, GoesStepByStepFromABareFx2) {
     SimulatedBus bus;
     std::string printed;
-    const std::vector<std::string> lines = bring_up(bus, bus.attach("mira13c", State::kBare), &printed);
+    const std::vector<std::string> lines = bring_up(bus.attach("mira13c", State::kBare), &printed);
 
     // Descriptors, CPU held, 59 records of 16 bytes and one of 12, CPU released, off the bus, and back as a camera.
     std::size_t at = 0;
@@ -145,11 +145,11 @@ TEST(BringUp, TakesTheTimeOfItsPauses) {
     // Two pauses of 250 ms, 2.5 s for the way back, 20 ms after the image, 10 ms before each of three polls.
     SimulatedBus bus;
     Port& port = bus.attach("mira13c", State::kBare);
-    bring_up(bus, port);
+    bring_up(port);
     EXPECT_EQ(bus->now_us(), 500'000 + 2'500'000 + 20'000 + 3 * 10'000);
     // A configured camera is opened, read once and closed; no pause, no write to its FPGA.
     const std::int64_t before_us = bus->now_us();
-    for (const std::string& line : bring_up(bus, port)) {
+    for (const std::string& line : bring_up(port)) {
         EXPECT_EQ(line.find("control 40 12 value=0000 index=0008"), std::string::npos) << line;
         EXPECT_EQ(line.find("bulk"), std::string::npos) << line;
     }
@@ -160,7 +160,7 @@ TEST(BringUp, EveryModelComesUp) {
     for (int i = 0; i < camera_id_count; ++i) {
         const tovix::simulator::Model model = tovix::simulator::model_of_row(i);
         SimulatedBus bus;
-        bring_up(bus, bus.attach(model.name, State::kBare));
+        bring_up(bus.attach(model.name, State::kBare));
         _tovix* camera = nullptr;
         ASSERT_EQ(tovix_camera_open_by_pid(&camera, model.row->product_id), 0);
         ASSERT_NE(camera, nullptr) << model.name;
@@ -202,24 +202,21 @@ std::string file_text(const std::string& name) {
 }
 
 TEST(Firmware, BadFilesAreReported) {
-    const std::string good = file_text("mira13c/firm0.HEX");
-    const std::string reset = "myAnchorFX2WriteFirmWare reset FX2 successfully\n";
+    const std::string good = file_text("mira13c/firm0.HEX"), without_end = good.substr(0, good.rfind(':'));
     const std::string head = "Raw device added.\nVID = 0xE6C1\nPID = 0x8113\nDID = 0x0\n";
+    const std::string reset = "myAnchorFX2WriteFirmWare reset FX2 successfully\n";
+    const std::string bad = head + reset + "error: unable to read header from file: Bad message";
+    const std::string downloaded = reset + "FW was downloaded to device\n";
     const struct {
         const char* what;
         std::string text, printed;
         bool up;
     } cases[] = {
-        {"good", good, head + reset + reset + "FW was downloaded to device\n", true},
-        {"no last record", good.substr(0, good.rfind(':')), head + reset + reset + "FW was downloaded to device\n",
-         true},
-        {"stray character", good.substr(0, good.rfind(':')) + "#",
-         head + reset + "error: unable to read header from file: Bad message" + reset + "FW was downloaded to device\n",
-         true},
-        {"cut off", good.substr(0, good.size() / 2),
-         head + reset + "error: unable to read header from file: Bad message" + reset + "FW was downloaded to device\n",
-         false},
-        {"empty", "", head + reset + reset + "FW was downloaded to device\n", false},
+        {"good", good, head + reset + downloaded, true},
+        {"no last record", without_end, head + reset + downloaded, true},
+        {"stray character", without_end + "#", bad + downloaded, true},
+        {"cut off", good.substr(0, good.size() / 2), bad + downloaded, false},
+        {"empty", "", head + reset + downloaded, false},
     };
     for (const auto& [what, text, printed, up] : cases) {
         TemporaryDirectory files;
@@ -231,9 +228,8 @@ TEST(Firmware, BadFilesAreReported) {
     }
     bool up = true;
     EXPECT_EQ(start_with(TemporaryDirectory(), State::kBare, &up),
-              head +
-                  "error: unable to open firmware file DIR/mira13c/firm0.HEX\nunable to download to device: "
-                  "-1 ffffffff\n");
+              head + "error: unable to open firmware file DIR/mira13c/firm0.HEX\n" +
+                  "unable to download to device: -1 ffffffff\n");
     EXPECT_FALSE(up);
 }
 
@@ -253,30 +249,27 @@ TEST(Firmware, AHeldDeviceIsTriedFiveTimes) {
 }
 
 TEST(Fpga, BadImagesAreReported) {
-    const std::string no_image = "error: unable to load FPGA\nusb_load_fpga: unable to load FPGA: timeout\n";
+    const std::string refused = "error: unable to load FPGA\nusb_load_fpga: unable to load FPGA: timeout\n";
+    const std::string no_size = "error: unable to get file size: ";
+    using Files = const TemporaryDirectory&;
     const struct {
         const char* what;
-        std::function<void(const TemporaryDirectory&)> make;
+        std::function<void(Files)> make;
         std::string printed;
     } cases[] = {
-        {"missing", [](const TemporaryDirectory&) {},
-         "error: unable to open fpga file DIR/mira13c/fpga0.rbf: No such file or directory\n" + no_image},
-        {"empty", [](const TemporaryDirectory& files) { files.write("mira13c/fpga0.rbf", ""); },
-         "error: unable to get file size: Invalid argument\n" + no_image},
-        {"directory",
-         [](const TemporaryDirectory& files) {
-             std::filesystem::create_directories(files.path() / "mira13c/fpga0.rbf");
-         },
-         "error: unable to get file size: Is a directory\n" + no_image},
+        {"missing", [](Files) {},
+         "error: unable to open fpga file DIR/mira13c/fpga0.rbf: No such file or directory\n" + refused},
+        {"empty", [](Files files) { files.write("mira13c/fpga0.rbf", ""); }, no_size + "Invalid argument\n" + refused},
+        {"directory", [](Files files) { files.write("mira13c/fpga0.rbf/file", ""); },
+         no_size + "Is a directory\n" + refused},
         {"too large",
-         [](const TemporaryDirectory& files) {
+         [](Files files) {
              files.write("mira13c/fpga0.rbf", "x");
              std::filesystem::resize_file(files.path() / "mira13c/fpga0.rbf", (64u << 20) + 1);
          },
-         "error: unable to get file size: File too large\n" + no_image},
-        {"wrong image", [](const TemporaryDirectory& files) { files.write("mira13c/fpga0.rbf", "no image"); },
-         "sending FPGA binary to camera\nsent FPGA binary to camera\nusb_load_fpga: unable to load FPGA: "
-         "timeout\n"},
+         no_size + "File too large\n" + refused},
+        {"wrong image", [](Files files) { files.write("mira13c/fpga0.rbf", "no image"); },
+         "sending FPGA binary to camera\nsent FPGA binary to camera\nusb_load_fpga: unable to load FPGA: timeout\n"},
     };
     for (const auto& [what, make, printed] : cases) {
         TemporaryDirectory files;

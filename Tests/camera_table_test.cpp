@@ -3,8 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
-#include <map>
 #include <set>
 #include <span>
 #include <string>
@@ -27,63 +27,50 @@ std::int16_t i16_at(const std::uint8_t* bytes) {
 
 TEST(CameraTable, RowsAreWhatLookupsAndStartUpRelyOn) {
     EXPECT_EQ(camera_id_count, 33);
-    int any_release = 0, subsampling = 0, without_fpga = 0, fx2_vendor = 0;
-    std::set<std::uint16_t> vendors;
+    const auto count = [](auto holds) { return std::ranges::count_if(rows(), holds); };
+    EXPECT_EQ(count([](const camera_id& row) { return row.release == kAnyRelease; }), 30);
+    EXPECT_EQ(count([](const camera_id& row) { return row.subsampling; }), 5);
+    EXPECT_EQ(count([](const camera_id& row) { return row.fpga_file == nullptr; }), 1);
+    EXPECT_EQ(count([](const camera_id& row) { return row.product_id >= 0x8000; }), 0);
+    EXPECT_EQ(count([](const camera_id& row) { return std::strchr(row.firmware_file, '/') == nullptr; }), 0);
     std::set<const void*> blocks;
-    std::map<std::uint16_t, std::set<std::uint16_t>> vendors_of_product;
-    for (const camera_id& row : rows()) {
-        any_release += row.release == kAnyRelease;
-        subsampling += row.subsampling;
-        without_fpga += row.fpga_file == nullptr;
-        fx2_vendor += row.vendor_id == 0x04B4;
-        vendors.insert(row.vendor_id);
+    for (const camera_id& row : rows())
         blocks.insert(row.model_data);
-        vendors_of_product[row.product_id].insert(row.vendor_id);
-        EXPECT_LT(row.product_id, 0x8000);
-        EXPECT_NE(std::strchr(row.firmware_file, '/'), nullptr);
-    }
-    EXPECT_EQ(any_release, 30);
-    EXPECT_EQ(subsampling, 5);
-    EXPECT_EQ(without_fpga, 1);
-    EXPECT_EQ(fx2_vendor, 1);
-    EXPECT_EQ(vendors.size(), 3u);
     EXPECT_EQ(blocks.size(), 26u);
-    for (const auto& [product, of] : vendors_of_product)
-        EXPECT_EQ(of.size(), 1u) << std::hex << product;
-    // Rows of one (vendor, product) pair stand together, or start-up would search the pair twice.
+    // Rows of one product are of one vendor and stand together, or start-up would search the pair twice.
     std::set<std::uint16_t> closed;
     for (std::size_t i = 1; i < rows().size(); ++i) {
-        if (rows()[i].product_id == rows()[i - 1].product_id) continue;
+        if (rows()[i].product_id == rows()[i - 1].product_id) {
+            EXPECT_EQ(rows()[i].vendor_id, rows()[i - 1].vendor_id) << "row " << i;
+            continue;
+        }
         closed.insert(rows()[i - 1].product_id);
         EXPECT_FALSE(closed.contains(rows()[i].product_id)) << "row " << i;
     }
 }
 
 TEST(CameraTable, MatricesKeepGrey) {
-    const std::set<std::vector<int>> id_sets{{1, 2, 5}, {1, 2, 4, 5}, {1, 2, 3, 5}, {1, 2, 3, 4, 5}};
-    int without_matrices = 0;
     for (const camera_id& row : rows()) {
         const void* value = nullptr;
         std::uint32_t length = 0;
         if (find_model_data(&row, kMatrixTag, &value, &length) == TOVIX_EMODEL) {
-            ++without_matrices;
+            EXPECT_EQ(row.product_id, 0x0613) << "the only one without matrices";
             continue;
         }
         ASSERT_EQ(length % 20, 0u);
-        std::vector<int> ids;
         const auto* const entries = static_cast<const std::uint8_t*>(value);
-        for (std::uint32_t entry = 0; entry < length; entry += 20) {
-            ids.push_back(i16_at(entries + entry));
-            for (int group = 0; group < 3; ++group) {
-                int sum = 0;
-                for (int i = 0; i < 3; ++i)
-                    sum += i16_at(entries + entry + 2 + 6 * group + 2 * i);
+        std::string ids;
+        for (std::uint32_t at = 0; at < length; at += 20) {
+            ids += std::to_string(i16_at(entries + at));
+            for (const std::uint32_t weights : {at + 2, at + 8, at + 14}) {
+                const int sum =
+                    i16_at(entries + weights) + i16_at(entries + weights + 2) + i16_at(entries + weights + 4);
                 EXPECT_TRUE(sum >= 4092 && sum <= 4099) << row.firmware_file << " sums to " << sum;
             }
         }
-        EXPECT_TRUE(id_sets.contains(ids)) << row.firmware_file;
+        EXPECT_TRUE(ids == "125" || ids == "1245" || ids == "1235" || ids == "12345")
+            << row.firmware_file << ": " << ids;
     }
-    EXPECT_EQ(without_matrices, 1);
 }
 
 TEST(CameraTable, LookupsTakeTheFirstRowThatFits) {
@@ -106,14 +93,9 @@ TEST(CameraTable, ModelDataThatLiesIsNotBelieved) {
             block.push_back(static_cast<std::uint8_t>(value >> 8 * i));
     };
     const auto find = [](const std::vector<std::uint8_t>& block, std::uint32_t tag, std::uint32_t* length) {
-        const camera_id row{.product_id = 0,
-                            .vendor_id = 0,
-                            .release = 0,
-                            .subsampling = 0,
-                            .firmware_file = "",
-                            .fpga_file = "",
-                            .model_data = block.data(),
-                            .model_data_size = static_cast<std::uint32_t>(block.size())};
+        camera_id row{};
+        row.model_data = block.data();
+        row.model_data_size = static_cast<std::uint32_t>(block.size());
         const void* value = nullptr;
         return find_model_data(&row, tag, &value, length);
     };

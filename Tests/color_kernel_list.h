@@ -9,6 +9,7 @@
 #include <cstring>
 #include <functional>
 #include <random>
+#include <stdexcept>
 #include <string>
 #include <tuple>
 #include <type_traits>
@@ -118,6 +119,11 @@ using WordJob = void(unsigned short*, unsigned, unsigned, int, int);
     {KERNEL_AS(Direct, name), "rgt" msb, depth, output, method, kSource}, \
     {KERNEL(name##FlipX), "rgt" msb "F", depth, output, method, kSource}, \
     {KERNEL_AS(Selector, name), "rgft" msb "l", depth, output, method, kSelector}
+#define DIRECT_FORMS(name, byte_method, word_method)                             \
+    DIRECT_AND_SELECTOR(name, ByteSelector, "", 8, 24, byte_method),             \
+    DIRECT_AND_SELECTOR(name##32, ByteSelector, "", 8, 32, byte_method),         \
+    DIRECT_AND_SELECTOR(name##16to8, WordSelector, "m", 16, 24, word_method),    \
+    DIRECT_AND_SELECTOR(name##16to832, WordSelector, "m", 16, 32, word_method)
 
 inline const Kernel kKernels[] = {
     {KERNEL(NoneMove), "ftlP", 8, 24, Method::kGrey},
@@ -131,16 +137,10 @@ inline const Kernel kKernels[] = {
     FIVE_FORMS(NoneMove, InPlace, "fti", Method::kGrey),
     SECOND_PASSES(SecondNoneMove, Method::kGrey),
     FIVE_FORMS(FirstCopy, , "rgfti", Method::kOwn),
-    DIRECT_AND_SELECTOR(NearestNeighbor, ByteSelector, "", 8, 24, Method::kNearest),
-    DIRECT_AND_SELECTOR(NearestNeighbor32, ByteSelector, "", 8, 32, Method::kNearest),
-    DIRECT_AND_SELECTOR(NearestNeighbor16to8, WordSelector, "m", 16, 24, Method::kNearest),
-    DIRECT_AND_SELECTOR(NearestNeighbor16to832, WordSelector, "m", 16, 32, Method::kNearest),
+    DIRECT_FORMS(NearestNeighbor, Method::kNearest, Method::kNearest),
     FIVE_FORMS(NearestNeighbor, InPlace, "rgfti", Method::kNearest),
     SECOND_PASSES(SecondNearestNeighbor, Method::kNearest),
-    DIRECT_AND_SELECTOR(EdgeDetectMove, ByteSelector, "", 8, 24, Method::kEdgeHalvedCorners),
-    DIRECT_AND_SELECTOR(EdgeDetectMove32, ByteSelector, "", 8, 32, Method::kEdgeHalvedCorners),
-    DIRECT_AND_SELECTOR(EdgeDetectMove16to8, WordSelector, "m", 16, 24, Method::kEdge),
-    DIRECT_AND_SELECTOR(EdgeDetectMove16to832, WordSelector, "m", 16, 32, Method::kEdge),
+    DIRECT_FORMS(EdgeDetectMove, Method::kEdgeHalvedCorners, Method::kEdge),
     FIVE_FORMS(EdgeDetectMove, InPlace, "rgfti", Method::kEdge),
     SECOND_PASSES(SecondEdgeDetectMove, Method::kEdge),
     FIVE_FORMS(ZurnoMove, , "rgfti", Method::kZurno, kSource),
@@ -155,6 +155,16 @@ inline const Kernel kKernels[] = {
 };
 // clang-format on
 
+/// The kernel of that name. Of overloaded ones, that with the parameters of "NAME TYPE", or the one with a table.
+inline const Kernel& find(const std::string& name) {
+    for (const Kernel& kernel : kKernels) {
+        for (const char* const type : {"", " ByteSelector", " WordSelector"})
+            if (kernel.name == name + type) return kernel;
+    }
+    throw std::out_of_range(name);
+}
+
+#undef DIRECT_FORMS
 #undef DIRECT_AND_SELECTOR
 #undef SECOND_PASSES
 #undef FIVE_FORMS

@@ -135,59 +135,44 @@ TEST(Kernels, LeaveSizesThatAreNoCellsAlone) {
 TEST(Kernels, GiveWhatWasWorkedOutByHand) {
     const struct {
         const char* what;
-        Bytes frame, image;
-        void (*run)(std::uint8_t* image, const std::uint8_t* frame);
+        const char* kernel;
+        Case c;
+        Bytes image;
     } kCases[] = {
-        {"nearest: one cell for all colours",
-         {10, 20, 30, 40},
-         {10, 20, 40, 10, 20, 40, 10, 30, 40, 10, 30, 40},
-         [](auto* to, auto* from) { NearestNeighbor(to, from, 2, 2, 1, 0, 1); }},
-        {"direct edge: a red corner halves first",
-         {9, 3, 5, 7},
-         {9, 3, 7, 9, 3, 7, 9, 5, 7, 9, 4, 7},
-         [](auto* to, auto* from) { EdgeDetectMove(to, from, 2, 2, 1, 0, 1); }},
-        {"edge in two passes: it averages",
-         {9, 3, 5, 7},
-         {9, 4, 7, 9, 3, 7, 9, 5, 7, 9, 4, 7},
-         [](auto* to, auto* from) { EdgeDetectMoveInPlace(to, from, 2, 2, 1, 0, 0, 1, 0, nullptr); }},
-        {"Quelt: greens averaged where there is a cell",
-         {10, 20, 30, 40},
-         {10, 25, 40, 10, 20, 40, 10, 30, 40, 10, 25, 40},
-         [](auto* to, auto* from) { QueltMoveInPlace(to, from, 2, 2, 1, 0, 0, 1, 0, nullptr); }},
-        {"four colours: the greens stay apart",
-         {10, 20, 30, 40},
-         {10, 20, 40, 30, 10, 20, 40, 30, 10, 20, 40, 30, 10, 20, 40, 30},
-         [](auto* to, auto* from) { FourColorsInterMove32InPlace(to, from, 2, 2, 1, 0, 0, 1, 0, nullptr); }},
-        {"fields: rows 0, 2, 1, 3",
-         {1, 1, 2, 2, 3, 3, 4, 4},
-         {1, 1, 3, 3, 2, 2, 4, 4},
-         [](auto* to, auto* from) { MonoToMonoMoveDeinterl(to, from, 2, 4, 0, 1, nullptr); }},
-        {"words: the flag says where the most significant byte is",
-         {0x12, 0x34, 0x12, 0x34, 0x12, 0x34, 0x12, 0x34},
-         {0x12, 0x12, 0x12, 0x12, 0x34, 0x34, 0x34, 0x34},
-         [](auto* to, auto* from) {
-             const auto* const words = reinterpret_cast<const unsigned short*>(from);
-             MonoToMonoMove16to8Deinterl(to, words, 2, 2, 0, 1, 1, nullptr);
-             MonoToMonoMove16to8Deinterl(to + 4, words, 2, 2, 0, 1, 0, nullptr);
-         }},
-        {"two flips: the last sample first, and padding",
-         {1, 2, 3, 4},
-         {4, 3, 0, 0, 2, 1, 0, 0},
-         [](auto* to, auto* from) { MonoToMonoMove(to, from, 2, 2, 1, 0, nullptr); }},
-        {"rows reversed",
-         {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12},
-         {7, 8, 9, 10, 11, 12, 1, 2, 3, 4, 5, 6},
-         [](auto* to, auto* from) { FlipBgrAround(std::copy_n(from, 12, to) - 12, 2, 2, 0, 2); }},
-        {"half a turn, but for byte 3",
-         {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16},
-         {13, 14, 15, 4, 9, 10, 11, 8, 5, 6, 7, 12, 1, 2, 3, 16},
-         [](auto* to, auto* from) { FlipBgrAround32(std::copy_n(from, 16, to) - 16, 2, 2, -1, 1); }},
+        {"nearest: one cell for all colours", "NearestNeighbor Direct", Case{2, 2, "rt", {10, 20, 30, 40}},
+         Bytes{10, 20, 40, 10, 20, 40, 10, 30, 40, 10, 30, 40}},
+        {"direct edge: a red corner halves first", "EdgeDetectMove Direct", Case{2, 2, "rt", {9, 3, 5, 7}},
+         Bytes{9, 3, 7, 9, 3, 7, 9, 5, 7, 9, 4, 7}},
+        {"edge in two passes: it averages", "EdgeDetectMoveInPlace", Case{2, 2, "rt", {9, 3, 5, 7}},
+         Bytes{9, 4, 7, 9, 3, 7, 9, 5, 7, 9, 4, 7}},
+        {"Quelt: greens averaged where there is a cell", "QueltMoveInPlace", Case{2, 2, "rt", {10, 20, 30, 40}},
+         Bytes{10, 25, 40, 10, 20, 40, 10, 30, 40, 10, 25, 40}},
+        {"four colours: the greens stay apart", "FourColorsInterMove32InPlace", Case{2, 2, "rt", {10, 20, 30, 40}},
+         Bytes{10, 20, 40, 30, 10, 20, 40, 30, 10, 20, 40, 30, 10, 20, 40, 30}},
+        {"fields: rows 0, 2, 1, 3", "MonoToMonoMoveDeinterl", Case{2, 4, "t", {1, 1, 2, 2, 3, 3, 4, 4}},
+         Bytes{1, 1, 3, 3, 2, 2, 4, 4}},
+        {"words, the most significant byte first", "MonoToMonoMove16to8", Case{2, 2, "tm", {1, 2, 3, 4, 5, 6, 7, 8}},
+         Bytes{1, 3, 0, 0, 5, 7, 0, 0}},
+        {"words, the other way round", "MonoToMonoMove16to8", Case{2, 2, "t", {1, 2, 3, 4, 5, 6, 7, 8}},
+         Bytes{2, 4, 0, 0, 6, 8, 0, 0}},
+        {"two flips: the last sample first, and padding", "MonoToMonoMove", Case{2, 2, "f", {1, 2, 3, 4}},
+         Bytes{4, 3, 0, 0, 2, 1, 0, 0}},
     };
-    for (const auto& test : kCases) {
-        Bytes image(test.image.size());
-        test.run(image.data(), test.frame.data());
-        EXPECT_EQ(image, test.image) << test.what;
+    for (const auto& [what, name, c, expected] : kCases) {
+        const Kernel& kernel = find(name);
+        Bytes image(expected.size());
+        kernel.run(c, kernel.letters, c.frame.data(), image.data());
+        EXPECT_EQ(image, expected) << what;
     }
+}
+
+TEST(Kernels, FlipFinishedImages) {
+    Bytes image{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12};
+    FlipBgrAround(image.data(), 2, 2, 0, 2);
+    EXPECT_EQ(image, (Bytes{7, 8, 9, 10, 11, 12, 1, 2, 3, 4, 5, 6})) << "rows reversed";
+    image = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
+    FlipBgrAround32(image.data(), 2, 2, -1, 1);
+    EXPECT_EQ(image, (Bytes{13, 14, 15, 4, 9, 10, 11, 8, 5, 6, 7, 12, 1, 2, 3, 16})) << "half a turn, but for byte 3";
 }
 
 TEST(Kernels, ZurnoFollowsTheFlatterDirectionAndItsBend) {

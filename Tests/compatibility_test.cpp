@@ -2,6 +2,7 @@
 // Properties as older applications know them: floats, flags in the upper half, 1 or 0.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <climits>
 #include <cmath>
 
@@ -66,6 +67,7 @@ TEST(Compatibility, FlagsTravelInTheUpperHalf) {
     EXPECT_EQ(value, 12.5f);
     EXPECT_EQ(flags, 0x00030000u) << "the camera's own bit 31 is dropped";
     EXPECT_EQ(TovixPropertyRange(wire.camera, TOVIX_PROP_EXPOSURE, &min, &max, &value, &flags), 1);
+    EXPECT_EQ((std::array{min, max, value}), (std::array{0.01f, 60'000.0f, 12.5f}));
     EXPECT_EQ(flags, 0x80000003u);
 }
 

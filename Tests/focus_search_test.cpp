@@ -46,47 +46,39 @@ std::string transcript(FocusDrive drive, const std::vector<double>& measures) {
 TEST(FocusSearch, GoesThroughItsStatesAsByHand) {
     constexpr FocusDrive kBoth{0, 3200, 1600, true, true}, kNone{0, 0, 6400, false, false};
     constexpr FocusDrive kNoUpper{0, 0, 640, true, false}, kTiny{0, 2, 1, true, true}, kShort{0, 640, 320, true, true};
+    using Measures = std::vector<double>;
     const struct {
         const char* name;
         FocusDrive drive;
-        std::vector<double> measures;
+        Measures measures;
         std::string expected;
     } cases[] = {
-        {"up, over the peak, and back onto it from below",
-         kBoth,
-         {10, 20, 30, 25, 10, 10, 10, 10, 10, 10, 10, 10, 1, 1, 1},
+        {"up, over the peak, and back onto it from below", kBoth,
+         Measures{10, 20, 30, 25, 10, 10, 10, 10, 10, 10, 10, 10, 1, 1, 1},
          "1:1800 4:1900 6:2000 6:2100 6:2200 6:2300 6:2400 6:2500 6:2600 6:2700 6:2800 7:1717 8:1917 9:finished "
          "9:over"},
-        {"reversed",
-         kBoth,
-         {20, 10, 20, 30, 25, 10, 10, 10, 10, 10, 10, 10, 1, 1},
+        {"reversed", kBoth, Measures{20, 10, 20, 30, 25, 10, 10, 10, 10, 10, 10, 10, 1, 1},
          "1:1800 3:1600 4:1500 6:1400 6:1300 6:1200 6:1100 6:1000 6:900 6:800 6:700 7:1717 8:1517 9:finished"},
-        {"down without limits, at first hardly sharper",
-         kNone,
-         {10, 10.5, 14, 12, 1, 1, 1, 1, 1, 1, 1, 1, 1},
+        {"down without limits, at first hardly sharper", kNone, Measures{10, 10.5, 14, 12, 1, 1, 1, 1, 1, 1, 1, 1, 1},
          "1:6200 2:6100 6:6000 6:5900 6:5800 6:5700 6:5600 6:5500 6:5400 6:5300 7:6314 8:6114 9:finished"},
-        {"up without upper limit, the peak passed while climbing",
-         kNoUpper,
-         {10, 10.5, 14, 12, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1},
+        {"up without upper limit, the peak passed while climbing", kNoUpper,
+         Measures{10, 10.5, 14, 12, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1},
          "1:660 2:670 4:680 6:690 6:700 6:710 6:720 6:730 6:740 6:750 6:760 7:650 8:670 9:finished"},
-        {"down without lower limit", {0, 9999, 640, false, true}, {10, 10}, "1:620 1:600"},
-        {"nearer the upper limit", {0, 3200, 1601, true, true}, {10}, "1:1401"},
-        {"sharper at the limit", kTiny, {10, 20}, "1:3 9:finished"},
-        {"hardly different at the limit, then past the peak",
-         kTiny,
-         {10, 10, 20, 15, 1, 1},
+        {"down without lower limit", FocusDrive{0, 9999, 640, false, true}, Measures{10, 10}, "1:620 1:600"},
+        {"nearer the upper limit", FocusDrive{0, 3200, 1601, true, true}, Measures{10}, "1:1401"},
+        {"sharper at the limit", kTiny, Measures{10, 20}, "1:3 9:finished"},
+        {"hardly different at the limit, then past the peak", kTiny, Measures{10, 10, 20, 15, 1, 1},
          "1:3 1:0 4:-1 7:2 8:0 9:finished"},
-        {"still climbing at the limit", kTiny, {10, 10, 20, 25}, "1:3 1:0 4:-1 9:finished"},
-        {"hardly sharper at the limit", kTiny, {10, 10.5}, "1:3 2:0"},
-        {"reversed onto the limit", {0, 3200, 0, true, true}, {10, 5, 10, 1}, "1:200 3:0 8:-100 9:finished"},
-        {"fine search to the limit, with a peak",
-         kShort,
-         {10, 20, 30, 40, 50, 45, 44, 44, 44, 44, 44, 44, 44, 44, 44, 44, 44, 44, 44},
+        {"still climbing at the limit", kTiny, Measures{10, 10, 20, 25}, "1:3 1:0 4:-1 9:finished"},
+        {"hardly sharper at the limit", kTiny, Measures{10, 10.5}, "1:3 2:0"},
+        {"reversed onto the limit", FocusDrive{0, 3200, 0, true, true}, Measures{10, 5, 10, 1},
+         "1:200 3:0 8:-100 9:finished"},
+        {"fine search to the limit, with a peak", kShort,
+         Measures{10, 20, 30, 40, 50, 45, 44, 44, 44, 44, 44, 44, 44, 44, 44, 44, 44, 44, 44},
          "1:360 4:380 6:400 6:420 6:440 6:460 6:480 6:500 6:520 6:540 6:560 6:580 6:600 6:620 6:640 6:660 7:383 8:423 "
          "9:finished"},
-        {"fine search to the limit, without",
-         kShort,
-         {10, 20, 30, 31, 32, 33, 34, 35, 36, 37, 38, 39, 40, 41, 42, 43, 44},
+        {"fine search to the limit, without", kShort,
+         Measures{10, 20, 30, 31, 32, 33, 34, 35, 36, 37, 38, 39, 40, 41, 42, 43, 44},
          "1:360 4:380 6:400 6:420 6:440 6:460 6:480 6:500 6:520 6:540 6:560 6:580 6:600 6:620 6:640 6:660 9:finished"},
     };
     for (const auto& c : cases)

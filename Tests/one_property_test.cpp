@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <tuple>
 #include <vector>
@@ -199,34 +200,23 @@ TEST_F(OneProperty, OneShotsMeetTheTarget) {
 }
 
 TEST_F(OneProperty, DescribesRectanglesWhateverTheNumbers) {
-    const struct {
+    using Rectangle = std::array<std::int64_t, 4>;
+    struct Case {
         int x, y, width, height, border;
-        std::int32_t result;
-        std::int64_t win_x, win_y, win_width, win_height;
-    } cases[] = {
-        {0, 0, 64, 48, 0, 0, 0, 0, 64, 48},
-        {0, 0, 20, 48, 2, 0, 2, 2, 18, 44},
-        {1, 40, 63, 8, 2, 0, 2, 40, 60, 6},
-        {2, 2, 60, 44, 2, 0, 2, 2, 60, 44},
-        {63, 47, 1, 1, 0, 0, 63, 47, 1, 1},
-        {0, 0, 2, 48, 2, -22, 0, 0, 0, 0},
-        {0, 46, 64, 2, 2, -22, 0, 0, 0, 0},
-        {-1, 0, 4, 4, 0, -22, 0, 0, 0, 0},
-        {0, -1, 4, 4, 0, -22, 0, 0, 0, 0},
-        {0, 0, 4, 4, -1, -22, 0, 0, 0, 0},
-        {1, 0, 64, 4, 0, -22, 0, 0, 0, 0},
-        {0, 1, 4, 48, 0, -22, 0, 0, 0, 0},
-        {4, 4, 0, 4, 0, -22, 0, 0, 0, 0},
-        {4, 4, 4, -4, 0, -22, 0, 0, 0, 0},
-        {INT32_MAX, 0, INT32_MAX, 4, 0, -22, 0, 0, 0, 0},
-        {0, 4, 4, INT32_MAX, INT32_MAX, -22, 0, 0, 0, 0},
-        {0, 0, INT32_MIN, INT32_MIN, INT32_MAX, -22, 0, 0, 0, 0},
+        std::int32_t result = -22;
+        Rectangle window = {};
     };
-    for (const auto& c : cases) {
+    constexpr int kMost = INT32_MAX;
+    for (const Case& c :
+         {Case{0, 0, 64, 48, 0, 0, Rectangle{0, 0, 64, 48}}, Case{0, 0, 20, 48, 2, 0, Rectangle{2, 2, 18, 44}},
+          Case{1, 40, 63, 8, 2, 0, Rectangle{2, 40, 60, 6}}, Case{2, 2, 60, 44, 2, 0, Rectangle{2, 2, 60, 44}},
+          Case{63, 47, 1, 1, 0, 0, Rectangle{63, 47, 1, 1}}, Case{0, 0, 2, 48, 2}, Case{0, 46, 64, 2, 2},
+          Case{-1, 0, 4, 4, 0}, Case{0, -1, 4, 4, 0}, Case{0, 0, 4, 4, -1}, Case{1, 0, 64, 4, 0}, Case{0, 1, 4, 48, 0},
+          Case{4, 4, 0, 4, 0}, Case{4, 4, 4, -4, 0}, Case{kMost, 0, kMost, 4, 0}, Case{0, 4, 4, kMost, kMost},
+          Case{0, 0, INT32_MIN, INT32_MIN, kMost}}) {
         _FrameDesc desc{};
         EXPECT_EQ(fill_FrameDesc(&camera, 0, &desc, c.x, c.y, c.width, c.height, c.border), c.result);
-        EXPECT_EQ(std::tie(desc.win_x, desc.win_y, desc.win_width, desc.win_height),
-                  std::tie(c.win_x, c.win_y, c.win_width, c.win_height))
+        EXPECT_EQ((Rectangle{desc.win_x, desc.win_y, desc.win_width, desc.win_height}), c.window)
             << c.width << "x" << c.height << "+" << c.x << "+" << c.y << ", border " << c.border;
     }
     _FrameDesc desc{};

@@ -11,6 +11,7 @@
 #include <fstream>
 #include <functional>
 #include <limits>
+#include <map>
 #include <string>
 #include <utility>
 
@@ -161,53 +162,42 @@ TEST(Sensor, ReadsTheSitesAskedFor) {
     }
 }
 
-TEST(Sensor, FilterPutsEachColourInItsPlace) {
-    // Levels that a pure colour leaves on red, green and blue sites: 1 + 242 times the sites' share of it.
+TEST(Sensor, ColoursAndGainsActWhereTheFilterHasThem) {
+    // Levels on a site: 1 + 242 times its share of the light, times the gain of its place.
+    const ScenePointer grey = plain(0.25, 0.25, 0.25);
     const struct {
-        double red, green, blue;
-        int on_red, on_green, on_blue, on_monochrome;
-    } cases[] = {{1, 0, 0, 199, 25, 8, 74}, {0, 1, 0, 35, 190, 42, 98}, {0, 0, 1, 11, 30, 195, 74}};
+        const char* what;
+        ScenePointer scene;
+        double SensorSettings::*gain;  // that is 2
+        std::map<char, int> on;        // R, B and the greens of their rows
+        int on_monochrome;
+    } cases[] = {
+        {"red", plain(1, 0, 0), nullptr, {{'R', 199}, {'r', 25}, {'b', 25}, {'B', 8}}, 74},
+        {"green", plain(0, 1, 0), nullptr, {{'R', 35}, {'r', 190}, {'b', 190}, {'B', 42}}, 98},
+        {"blue", plain(0, 0, 1), nullptr, {{'R', 11}, {'r', 30}, {'b', 30}, {'B', 195}}, 74},
+        {"red gain", grey, &SensorSettings::gain_red, {{'R', 122}, {'r', 62}, {'b', 62}, {'B', 62}}, 62},
+        {"gain of green 1", grey, &SensorSettings::gain_green_red, {{'R', 62}, {'r', 122}, {'b', 62}, {'B', 62}}, 62},
+        {"gain of green 2", grey, &SensorSettings::gain_green_blue, {{'R', 62}, {'r', 62}, {'b', 122}, {'B', 62}}, 62},
+        {"blue gain", grey, &SensorSettings::gain_blue, {{'R', 62}, {'r', 62}, {'b', 62}, {'B', 122}}, 62},
+    };
     for (const auto& c : cases) {
-        const ScenePointer scene = plain(c.red, c.green, c.blue);
+        SensorSettings settings = whole(64, 64);
+        if (c.gain != nullptr) settings.*c.gain = 2;
+        settings.x_offset = 7, settings.y_offset = 5;
+        settings.width = 12, settings.height = 12;
+        settings.subsample_x = settings.subsample_y = 3;
+        EXPECT_EQ(render(c.scene, settings), Bytes(16, std::uint8_t(c.on_monochrome))) << c.what;
         for (const ColourFilter& filter : kFilters) {
-            SensorSettings settings = whole(64, 64, filter.color_id);
-            settings.x_offset = 7, settings.y_offset = 5;
-            settings.width = 12, settings.height = 12;
-            settings.subsample_x = settings.subsample_y = 3;
-            const Bytes frame = render(scene, settings);
-            ASSERT_EQ(frame.size(), 16u);
-            for (std::size_t i = 0; i < 16; ++i) {
-                const char site = filter.cell[i / 4 % 2 * 2 + i % 2];
-                const int expected = site == 'R' ? c.on_red : site == 'B' ? c.on_blue : c.on_green;
-                EXPECT_EQ(frame[i], expected) << "filter " << filter.color_id << ", sample " << i;
-            }
+            settings.color_id = filter.color_id;
+            Bytes expected;
+            for (std::size_t i = 0; i < 16; ++i)
+                expected.push_back(std::uint8_t(c.on.at(filter.cell[i / 4 % 2 * 2 + i % 2])));
+            EXPECT_EQ(render(c.scene, settings), expected) << c.what << ", filter " << filter.color_id;
         }
-        EXPECT_EQ(render(scene, whole(2, 1)), Bytes(2, std::uint8_t(c.on_monochrome)));
     }
     SensorSettings blue_light = whole(1, 1);
     blue_light.light = {0, 0, 1};
     EXPECT_EQ(render(plain(1, 1, 1), blue_light), Bytes{74});
-}
-
-TEST(Sensor, GainsActOnTheirPlaceAlone) {
-    const ScenePointer scene = plain(0.25, 0.25, 0.25);
-    constexpr std::pair<char, double SensorSettings::*> kGains[] = {{'R', &SensorSettings::gain_red},
-                                                                    {'B', &SensorSettings::gain_blue},
-                                                                    {'r', &SensorSettings::gain_green_red},
-                                                                    {'b', &SensorSettings::gain_green_blue}};
-    for (const auto& [site, gain] : kGains) {
-        for (const ColourFilter& filter : kFilters) {
-            SensorSettings settings = whole(2, 2, filter.color_id);
-            settings.*gain = 2;
-            Bytes expected;
-            for (std::size_t i = 0; i < 4; ++i)
-                expected.push_back(filter.cell[i] == site ? 122 : 62);
-            EXPECT_EQ(render(scene, settings), expected) << site << " of filter " << filter.color_id;
-        }
-        SensorSettings monochrome = whole(1, 1);
-        monochrome.*gain = 2;
-        EXPECT_EQ(render(scene, monochrome), Bytes{62}) << site;
-    }
 }
 
 TEST(Sensor, LevelFollowsExposureGainAndTemperature) {

@@ -69,9 +69,12 @@ class StreamTest : public ::testing::Test {
         const StreamLock lock(camera->stream.stream_mutex);
         return camera->stream.frame_sequence;
     }
-    StreamThread thread_state() {
-        const StreamLock lock(camera->stream.stream_mutex);
-        return camera->stream.thread_state;
+    /// So many threads wait for a frame.
+    bool waited_for_by(std::uint32_t count) {
+        return eventually([&] {
+            const StreamLock lock(camera->stream.stream_mutex);
+            return camera->stream.waiters == count;
+        });
     }
 
     static bool eventually(const std::function<bool()>& condition) {

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "handle.h"
+#include "stderr_capture.h"
 
 namespace {
 
@@ -96,17 +97,11 @@ struct Camera {
 
 constexpr Entry kSwap{2, 1, 2, 3, 4, 5, 6, 7, 8, 9};
 
-std::string printed(const std::function<void()>& call) {
-    testing::internal::CaptureStderr();
-    call();
-    return testing::internal::GetCapturedStderr();
-}
-
 TEST(VormCamera, IsMadeWithTheMatricesOfTheModel) {
     Entry bad = kSwap, negative = kSwap, third = kSwap;
     bad[0] = 16, negative[0] = -1, third[0] = 3;
     Camera camera({kSwap, third, {4}}, 1);
-    EXPECT_EQ(printed([&] { EXPECT_EQ(tz_usb_create_vorm(camera.handle), 0); }), "");
+    EXPECT_EQ(printed_by([&] { EXPECT_EQ(tz_usb_create_vorm(camera.handle), 0); }), "");
     EXPECT_EQ(camera.matrix(1), nullptr);
     EXPECT_EQ(camera.matrix(2)[0], 9);
     EXPECT_EQ(camera.matrix(3)[10], 1);
@@ -121,7 +116,7 @@ TEST(VormCamera, IsMadeWithTheMatricesOfTheModel) {
         EXPECT_EQ(stops.matrix(3), nullptr);
     }
     Camera without({});
-    EXPECT_EQ(printed([&] { EXPECT_EQ(tz_usb_create_vorm(without.handle), -14); }),
+    EXPECT_EQ(printed_by([&] { EXPECT_EQ(tz_usb_create_vorm(without.handle), -14); }),
               "error: unable to get model data matrices\n");
     EXPECT_NE(without.handle->vorm, nullptr);
     EXPECT_EQ(tz_usb_create_vorm(without.handle), 0);
@@ -138,7 +133,7 @@ TEST(VormCamera, ConvertsWhileTheStreamRuns) {
     const auto convert = [&] { return tovix_convert_frame_to_rgb(camera.handle, image, frame, &format, &params); };
     for (const auto& [running, stopping] : {std::pair{false, false}, {false, true}, {true, true}}) {
         stream.stream_running.set(running), stream.stream_stopping.set(stopping);
-        EXPECT_EQ(printed([&] { EXPECT_EQ(convert(), -22); }), "error: stream is already running\n");
+        EXPECT_EQ(printed_by([&] { EXPECT_EQ(convert(), -22); }), "error: stream is already running\n");
         EXPECT_EQ(image[0], 0);
     }
     stream.stream_running.set(true), stream.stream_stopping.set(false);
@@ -157,7 +152,7 @@ TEST(VormMemory, RunsOutWithoutHarm) {
     for (long allocations = 0; allocations < 2; ++allocations) {  // the object, its only matrix
         Camera camera({kSwap});
         const auto create = [&] { return tz_usb_create_vorm(camera.handle); };
-        EXPECT_EQ(printed([&] { EXPECT_EQ(with_memory_for(allocations, create), -12); }),
+        EXPECT_EQ(printed_by([&] { EXPECT_EQ(with_memory_for(allocations, create), -12); }),
                   "error: unable to create conversion object\n");
         EXPECT_EQ(camera.handle->vorm, nullptr);
     }

@@ -2,18 +2,19 @@
 // The conversion call: which kernel it runs with which arguments, what it does with the caller's records, and what it
 // refuses.
 #include <gtest/gtest.h>
-#include <tovixapi/kernels.h>
 #include <tovixapi/tovixapi.h>
 #include <tovixapi/vorm.h>
 
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <functional>
 #include <limits>
-#include <random>
+#include <map>
+#include <string>
 #include <utility>
 #include <vector>
+
+#include "color_kernel_list.h"
 
 namespace {
 
@@ -21,20 +22,18 @@ using Bytes = std::vector<unsigned char>;
 using Image = tovix_image_format;
 using Params = tovix_conversion_params;
 
+/// All odd, so that it matters whether a rule halves before it adds or after.
+Bytes noise(std::size_t count) {
+    Bytes bytes = kernels::random_bytes(count, 3, 256);
+    for (unsigned char& byte : bytes)
+        byte |= 1;
+    return bytes;
+}
+
 constexpr unsigned kWidth = 6, kHeight = 4;  // 24-bit rows of 18 bytes, which padding makes 20
 constexpr std::size_t kGuard = 32;
 
-/// All odd, so that it matters whether a rule halves before it adds or after.
-template <class Value>
-std::vector<Value> noise(std::size_t count) {
-    std::mt19937 random(3);
-    std::vector<Value> values(count);
-    for (Value& value : values)
-        value = static_cast<Value>(random() | 1);
-    return values;
-}
-const Bytes kFrame = noise<unsigned char>(kWidth * kHeight * 2), kTable8 = noise<unsigned char>(257);
-const std::vector<unsigned short> kTable16 = noise<unsigned short>(65536);
+const Bytes kFrame = noise(kWidth * kHeight * 2), kTable8 = noise(257);
 
 /// Room for an image of any kind, between guards.
 struct Canvas {
@@ -43,56 +42,24 @@ struct Canvas {
     bool operator==(const Canvas&) const = default;
 };
 
-/// What a kernel may ask for. Its name, called with what it asks for, is a line of the table below.
-struct Args {
-    unsigned char* out;
-    int red, green, flip, down, msb;
-    unsigned char const* lut;
-    unsigned short const* lut16;
+constexpr unsigned kMono = 77;  // stands for a monochrome frame, whatever the method
 
-    unsigned short* wide() const { return reinterpret_cast<unsigned short*>(out); }
-    static unsigned short const* words() { return reinterpret_cast<unsigned short const*>(kFrame.data()); }
-};
-using Call = void (*)(const Args&);
-constexpr Call kNone = nullptr;
-constexpr int kMono = -1;
-
-// clang-format off
-#define GREY8(name, ...)    [](const Args& a) { name(a.out, kFrame.data(), kWidth, kHeight, a.flip, a.down, __VA_ARGS__ a.lut); }
-#define GREY16(name, ...)   [](const Args& a) { name(a.out, a.words(), kWidth, kHeight, a.flip, a.down, __VA_ARGS__ a.msb, a.lut16); }
-#define COLOUR8(name, ...)  [](const Args& a) { name(a.out, kFrame.data(), kWidth, kHeight, a.red, a.green, a.flip, a.down, __VA_ARGS__ a.lut); }
-#define COLOUR16(name, ...) [](const Args& a) { name(a.out, a.words(), kWidth, kHeight, a.red, a.green, a.flip, a.down, __VA_ARGS__ a.msb, a.lut16); }
-#define WIDE(name, fields)  [](const Args& a) { name(a.wide(), a.words(), kWidth, kHeight, a.red, a.green, a.flip, a.down, fields, a.msb, a.lut16); }
-#define WIDE_GREY(fields)   [](const Args& a) { NoneMove16InPlace(a.wide(), a.words(), kWidth, kHeight, a.flip, a.down, fields, a.msb, a.lut16); }
-
-/// For each method: the 24- and 32-bit kernels of 8-bit frames, progressive and then interlaced; the same of 16-bit
-/// frames; the 48-bit ones. For monochrome frames also the 8-bit ones.
-const struct { int method; Call bytes[4], words[4], wide[2], grey[4]; } kTable[] = {
-    {kMono, {GREY8(NoneMove), GREY8(NoneMove32), GREY8(NoneMoveInPlace, 1,), GREY8(NoneMove32InPlace, 1,)},
-            {GREY16(NoneMove16to8), GREY16(NoneMove16to832), GREY16(NoneMove16to8InPlace, 1,), GREY16(NoneMove16to832InPlace, 1,)},
-            {WIDE_GREY(0), WIDE_GREY(1)},
-            {GREY8(MonoToMonoMove), GREY8(MonoToMonoMoveDeinterl), GREY16(MonoToMonoMove16to8), GREY16(MonoToMonoMove16to8Deinterl)}},
-    {0, {GREY8(NoneMove), GREY8(NoneMove32), GREY8(NoneMoveInPlace, 1,), GREY8(NoneMove32InPlace, 1,)},
-        {GREY16(NoneMove16to8), GREY16(NoneMove16to832), GREY16(NoneMove16to8InPlace, 1,), GREY16(NoneMove16to832InPlace, 1,)},
-        {WIDE_GREY(0), WIDE_GREY(1)}, {}},
-    {1, {COLOUR8(NearestNeighbor), COLOUR8(NearestNeighbor32), COLOUR8(NearestNeighborInPlace, 1,), COLOUR8(NearestNeighbor32InPlace, 1,)},
-        {COLOUR16(NearestNeighbor16to8), COLOUR16(NearestNeighbor16to832), COLOUR16(NearestNeighbor16to8InPlace, 1,), COLOUR16(NearestNeighbor16to832InPlace, 1,)},
-        {WIDE(NearestNeighbor16InPlace, 0), WIDE(NearestNeighbor16InPlace, 1)}, {}},
-    {2, {COLOUR8(EdgeDetectMove), COLOUR8(EdgeDetectMove32), COLOUR8(EdgeDetectMoveInPlace, 1,), COLOUR8(EdgeDetectMove32InPlace, 1,)},
-        {COLOUR16(EdgeDetectMove16to8), COLOUR16(EdgeDetectMove16to832), COLOUR16(EdgeDetectMove16to8InPlace, 1,), COLOUR16(EdgeDetectMove16to832InPlace, 1,)},
-        {WIDE(EdgeDetectMove16InPlace, 0), WIDE(EdgeDetectMove16InPlace, 1)}, {}},
-    {3, {COLOUR8(ZurnoMove, 0,), COLOUR8(ZurnoMove32, 0,), COLOUR8(ZurnoMove, 1,), COLOUR8(ZurnoMove32, 1,)},
-        {COLOUR16(ZurnoMove16to8, 0,), COLOUR16(ZurnoMove16to832, 0,), COLOUR16(ZurnoMove16to8, 1,), COLOUR16(ZurnoMove16to832, 1,)},
-        {WIDE(ZurnoMove16, 0), WIDE(ZurnoMove16, 1)}, {}},
-    {8, {COLOUR8(QueltMoveInPlace, 0,), COLOUR8(QueltMove32InPlace, 0,), COLOUR8(QueltMoveInPlace, 1,), COLOUR8(QueltMove32InPlace, 1,)},
-        {COLOUR16(QueltMove16to8InPlace, 0,), COLOUR16(QueltMove16to832InPlace, 0,), COLOUR16(QueltMove16to8InPlace, 1,), COLOUR16(QueltMove16to832InPlace, 1,)},
-        {WIDE(QueltMove16InPlace, 0), WIDE(QueltMove16InPlace, 1)}, {}},
-    {9, {COLOUR8(QueltMoveInPlace, 0,), COLOUR8(FourColorsInterMove32InPlace, 0,), kNone, COLOUR8(FourColorsInterMove32InPlace, 1,)},
-        {COLOUR16(QueltMove16to8InPlace, 0,), COLOUR16(QueltMove16to832InPlace, 0,), COLOUR16(QueltMove16to8InPlace, 1,), COLOUR16(QueltMove16to832InPlace, 1,)},
-        {kNone, kNone}, {}},
-    {7, {}, {}, {}, {}},
-};
-// clang-format on
+/// Name of the kernel that does it; empty when none does.
+std::string kernel_name(unsigned method, bool words, bool two_fields, unsigned bits) {
+    const std::map<unsigned, std::string> families{{kMono, "NoneMove"},   {0, "NoneMove"},  {1, "NearestNeighbor"},
+                                                   {2, "EdgeDetectMove"}, {3, "ZurnoMove"}, {8, "QueltMove"},
+                                                   {9, "QueltMove"}};
+    if (!families.contains(method)) return "";
+    if (bits == 8) return std::string("MonoToMonoMove") + (words ? "16to8" : "") + (two_fields ? "Deinterl" : "");
+    if (bits == 48 && !words) return "";
+    if (method == 9) {  // the mean of four colours, where there is one
+        if (bits == 48 || (bits == 24 && !words && two_fields)) return "";
+        if (bits == 32 && !words) return "FourColorsInterMove32InPlace";
+    }
+    const std::string depth = bits == 48 ? "16" : words ? (bits == 32 ? "16to832" : "16to8") : (bits == 32 ? "32" : "");
+    const bool in_place = method != 3 && (two_fields || bits == 48 || method == 8 || method == 9);
+    return families.at(method) + depth + (in_place ? "InPlace" : "");
+}
 
 /// The matrix over the pixels that a kernel made, one by one, at the stride that the kernel has.
 void apply_matrix(unsigned char* image, unsigned bits, bool padded, short const* matrix) {
@@ -105,19 +72,20 @@ void apply_matrix(unsigned char* image, unsigned bits, bool padded, short const*
     }
 }
 
-TEST(VormConvert, RunsTheKernelOfTheTable) {
+TEST(VormConvert, RunsTheKernelOfItsName) {
     CVorm vorm;
     short matrix[12] = {5000, -700, 90, 300, 1000, 3000, -400, -200, 50, 600, 4096, 100};
     _lut8_struct lut{};
-    std::copy(kTable8.begin(), kTable8.end(), lut.table);
-    auto lut16 = kTable16;
+    std::copy_n(kernels::kTable.begin(), 256, lut.table);
+    std::vector<unsigned short> lut16(65536);
+    std::memcpy(lut16.data(), kernels::kTable.data(), kernels::kTable.size());
     int conversions = 0;
-    for (const auto& [method, bytes, words, wide, grey] : kTable) {
+    for (const unsigned method : {kMono, 0u, 1u, 2u, 3u, 8u, 9u, 7u}) {
         for (unsigned i = 0; i < 128 * 3 * 3 * 5; ++i) {
             unsigned rest = i;
             const auto take = [&](unsigned choices) { return std::exchange(rest, rest / choices) % choices; };
             _vorm_settings s = vorm.settings;
-            s.demosaic_method = method == kMono ? 77 : static_cast<unsigned>(method);
+            s.demosaic_method = method;
             s.matrix = matrix, s.correction_matrix = 15 * take(2);
             s.flip_x = static_cast<int>(2 * take(2)), s.flip_y = static_cast<int>(3 * take(2));
             s.lut = &lut, s.lut16 = lut16.data(), s.lut_size = std::array{0u, 256u, 280u}[take(3)];
@@ -129,22 +97,29 @@ TEST(VormConvert, RunsTheKernelOfTheTable) {
 
             const bool two_fields = f.interlaced != 0;
             const unsigned bits = asked == 0 || (asked == 8 && method != kMono) ? 24 : asked;
-            const Call kernel = bits == 48  ? (f.sample_kind == 0 ? kNone : wide[two_fields])
-                                : bits == 8 ? grey[2 * (f.sample_kind != 0) + two_fields]
-                                            : (f.sample_kind == 0 ? bytes : words)[2 * two_fields + (bits == 32)];
+            const std::string name = kernel_name(method, f.sample_kind != 0, two_fields, bits);
             Canvas converted, expected;
             const int done = vorm.ConvertBayerToRgb(converted.image(), kFrame.data(), asked, &f, &s);
-            const auto name = testing::Message() << "method " << method << " case " << i << " bits " << bits;
-            ASSERT_EQ(done, kernel != kNone) << name;
-            if (kernel != kNone) {
+            const auto which = testing::Message() << "method " << method << " case " << i << ": '" << name << "'";
+            ASSERT_EQ(done, !name.empty()) << which;
+            if (!name.empty()) {
                 ++conversions;
-                kernel({expected.image(), f.first_row_blue == 0, f.first_green != 0, s.flip_x != 0,
-                        (s.flip_y == 0) ^ (f.rows_reversed != 0), f.sample_kind == 1,
-                        s.lut_size != 0 ? lut.table : nullptr, s.lut_size != 0 ? lut16.data() : nullptr});
+                std::string flags;
+                for (const auto& [flag, is_set] : {std::pair{'r', f.first_row_blue == 0},
+                                                   {'g', f.first_green != 0},
+                                                   {'f', s.flip_x != 0},
+                                                   {'t', (s.flip_y == 0) ^ (f.rows_reversed != 0)},
+                                                   {'i', two_fields},
+                                                   {'m', f.sample_kind == 1},
+                                                   {'l', s.lut_size != 0}}) {
+                    if (is_set) flags += flag;
+                }
+                const kernels::Kernel& kernel = kernels::find(name);
+                kernel.run({kWidth, kHeight, flags, {}}, kernel.letters, kFrame.data(), expected.image());
                 const bool padded = bits == 24 && !two_fields && method == 0;
                 if (s.correction_matrix != 0 && method != kMono) apply_matrix(expected.image(), bits, padded, matrix);
             }
-            ASSERT_TRUE(converted == expected) << name;
+            ASSERT_TRUE(converted == expected) << which;
         }
     }
     // Of the 15 pairs of samples and image, one has no kernel; with method 9 two more have none, and three have none
@@ -159,7 +134,7 @@ Image image(std::uint32_t pixel_format, std::uint32_t flags, std::uint32_t word_
 TEST(VormConvert, ReadsTheFormatOfTheFrame) {
     CVorm vorm;
     vorm.CorrectionMatrixSet(0), vorm.SetupLUT(kTable8.data(), 256, 15);
-    auto lut16 = kTable16;
+    std::vector<unsigned short> lut16(65536);
     for (std::uint32_t i = 0; i < 32 * 3 * 2; ++i) {
         const std::uint32_t flags = i % 32, word_9 = std::array{0u, 0x100u, 0x80u}[i / 32 % 3], pixel_format = i / 96;
         const bool little = (flags & 2) != 0;

@@ -5,9 +5,11 @@
 #include <tovixapi/vorm.h>
 
 #include <algorithm>
+#include <array>
 #include <climits>
 #include <cmath>
 #include <cstring>
+#include <map>
 #include <vector>
 
 namespace {
@@ -44,40 +46,32 @@ Words lut16_of(const _lut8_struct& block, unsigned size, bool natural = true) {
     return out;
 }
 
-TEST(VormObject, StartsNeutral) {
+/// Flips, saturations, hue, gain and white balance.
+std::array<double, 8> settings_of(CVorm& vorm) {
+    int x = 9, y = 9;
+    double u, v, hue, gain, balance_u, balance_v;
+    EXPECT_EQ(vorm.GetFlipping(&x, &y) | vorm.GetSaturation(&u, &v) | vorm.GetHue(&hue) | vorm.GetGain(&gain), 0);
+    EXPECT_EQ(vorm.GetWhiteBalance(&balance_u, nullptr) | vorm.GetWhiteBalance(nullptr, &balance_v), 0);
+    return {double(x), double(y), u, v, hue, gain, balance_u, balance_v};
+}
+
+TEST(VormObject, StartsNeutralAndKeepsWhatItAccepts) {
     CVorm vorm;
     EXPECT_EQ(curve_of(vorm), (CurveValues{100, 100, 0}));
-    int x = 9, y = 9;
-    EXPECT_EQ(vorm.GetFlipping(&x, &y), 0);
-    EXPECT_EQ(x | y, 0);
-    double u, v, hue, gain;
-    vorm.GetSaturation(&u, &v), vorm.GetHue(&hue), vorm.GetGain(&gain);
-    EXPECT_TRUE(u == 1.0 && v == 1.0 && hue == 0.0 && gain == 1.0);
-    vorm.GetWhiteBalance(&u, &v);
-    EXPECT_TRUE(u == 0.0 && v == 0.0);
-    unsigned method = 9, selector = 9, size = 0;
-    vorm.DemosaicMethodGet(&method), vorm.CorrectionMatrixGet(&selector);
-    EXPECT_TRUE(method == 1 && selector == 1);
+    EXPECT_EQ(settings_of(vorm), (std::array<double, 8>{0, 0, 1, 1, 0, 1, 0, 0}));
+    EXPECT_TRUE(vorm.settings.demosaic_method == 1 && vorm.settings.correction_matrix == 1);
     short custom[12], current[12];
     vorm.GetCustomMatrix(custom), vorm.CorrectionMatrixSet(0), vorm.GetCurrentMatrix(current);
     for (int i = 0; i < 12; ++i)
         EXPECT_EQ(custom[i] << 16 | current[i], i % 5 == 0 ? 4096 << 16 | 4096 : 0) << i;
+    unsigned size = 0;
     EXPECT_EQ(vorm.GetLUT(nullptr, &size, 15), 84);
     EXPECT_EQ(size, 0u);
     EXPECT_EQ(reinterpret_cast<std::uintptr_t>(vorm.settings.matrix) % 16, 0u);
-}
 
-TEST(VormObject, SettersKeepWhatTheyAccept) {
-    CVorm vorm;
-    EXPECT_EQ(vorm.SetFlipping(1, 7) | vorm.SetSaturation(0.5, 2.5) | vorm.SetHue(-30) | vorm.SetGain(3) |
-                  vorm.SetWhiteBalance(0.25, -0.75),
-              0);
-    int x, y;
-    double u, v, hue, gain;
-    vorm.GetFlipping(&x, &y), vorm.GetSaturation(&u, &v), vorm.GetHue(&hue), vorm.GetGain(&gain);
-    EXPECT_TRUE(x == 1 && y == 7 && u == 0.5 && v == 2.5 && hue == -30 && gain == 3);
-    vorm.GetWhiteBalance(&u, nullptr), vorm.GetWhiteBalance(nullptr, &v);
-    EXPECT_TRUE(u == 0.25 && v == -0.75);
+    EXPECT_EQ(vorm.SetFlipping(1, 7) | vorm.SetSaturation(0.5, 2.5) | vorm.SetHue(-30) | vorm.SetGain(3), 0);
+    EXPECT_EQ(vorm.SetWhiteBalance(0.25, -0.75), 0);
+    EXPECT_EQ(settings_of(vorm), (std::array<double, 8>{1, 7, 0.5, 2.5, -30, 3, 0.25, -0.75}));
     for (unsigned value = 0; value < 40; ++value) {
         unsigned method = 0, before = 0, selector = 0;
         vorm.DemosaicMethodGet(&before);
@@ -91,40 +85,44 @@ TEST(VormObject, SettersKeepWhatTheyAccept) {
     }
 }
 
-TEST(VormObject, CurveMakesTheTable) {
-    CVorm vorm;
-    EXPECT_EQ(vorm.SetGamma(100, 15), 0);
-    auto table = table_of(vorm);
-    ASSERT_EQ(table.size(), 280u);
-    for (unsigned i = 0; i < 256; ++i)
-        EXPECT_EQ(table[i], i);
-    EXPECT_EQ(vorm.SetContrast(200, 15), 0);
-    table = table_of(vorm);
-    EXPECT_EQ((std::vector<int>{table[0], table[64], table[100], table[128], table[200]}),
-              (std::vector<int>{0, 0, 72, 128, 255}));
-    // 10000 adds 256 levels; -39 takes off 0.9984, and what is left of the centre is cut towards it.
-    vorm.SetContrast(100, 15), vorm.SetBrightness(10000, 15);
-    table = table_of(vorm);
-    EXPECT_TRUE(std::all_of(table.begin(), table.begin() + 256, [](int level) { return level == 255; }));
-    vorm.SetBrightness(-39, 15);
-    table = table_of(vorm);
-    EXPECT_EQ((std::vector<int>{table[0], table[1], table[127], table[128], table[129], table[255]}),
-              (std::vector<int>{0, 1, 127, 128, 128, 254}));
-    // Gamma 2 is a square root: 255 * sqrt(64 / 255) = 127.7, 255 * sqrt(1 / 255) = 15.97.
-    vorm.SetBrightness(0, 15), vorm.SetGamma(200, 15);
-    table = table_of(vorm);
-    EXPECT_EQ((std::vector<int>{table[0], table[1], table[64]}), (std::vector<int>{0, 15, 127}));
-    EXPECT_EQ(curve_of(vorm), (CurveValues{200, 100, 0}));
+TEST(VormObject, CurveMakesTheTables) {
+    // By hand. Brightness 10000 adds 256 levels, -39 takes off 0.9984, 39 adds 255.6 of 65536; what is left of the centre
+    // is cut towards it. Gamma 2 is a square root: 255 * sqrt(64 / 255) = 127.7, 65535 * sqrt(0.250004) = 32767.7.
+    using Levels = std::map<unsigned, int>;
+    const struct {
+        int gamma, contrast, brightness;
+        Levels bytes, words;
+    } cases[] = {
+        {100, 100, 0, Levels{{0, 0}, {1, 1}, {77, 77}, {255, 255}}, Levels{{0, 0}, {777, 777}, {65535, 65535}}},
+        {0, 100, 0, Levels{{77, 77}}, Levels{{777, 777}}},  // as gamma 1
+        {INT_MIN, 100, 0, Levels{{77, 77}}, Levels{{777, 777}}},
+        {100, 200, 0, Levels{{0, 0}, {64, 0}, {100, 72}, {128, 128}, {200, 255}},
+         Levels{{16384, 0}, {30000, 27232}, {32768, 32768}, {40000, 47232}, {50000, 65535}}},
+        {100, 100, 10000, Levels{{0, 255}, {100, 255}, {255, 255}}, Levels{{0, 65535}}},
+        {100, 100, -39, Levels{{0, 0}, {1, 1}, {127, 127}, {128, 128}, {129, 128}, {255, 254}}, Levels{}},
+        {100, 100, 39, Levels{}, Levels{{1000, 1256}}},
+        {200, 100, 0, Levels{{0, 0}, {1, 15}, {64, 127}}, Levels{{16384, 32767}}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.gamma << ", " << c.contrast << ", " << c.brightness);
+        CVorm vorm;
+        vorm.SetGamma(c.gamma, 15), vorm.SetContrast(c.contrast, 15), vorm.SetBrightness(c.brightness, 15);
+        EXPECT_EQ(curve_of(vorm), (CurveValues{c.gamma, c.contrast, c.brightness}));
+        const auto bytes = table_of(vorm);
+        ASSERT_EQ(bytes.size(), 280u);
+        for (const auto& [level, expected] : c.bytes)
+            EXPECT_EQ(bytes[level], expected) << level;
+        const Words words = lut16_of(*vorm.settings.lut, 280), swapped = lut16_of(*vorm.settings.lut, 280, false);
+        for (const auto& [level, expected] : c.words) {
+            EXPECT_EQ(words[level], expected) << level;
+            EXPECT_EQ(swapped[level % 256 * 256 + level / 256], expected) << level << ", the other way round";
+        }
+    }
+    EXPECT_EQ(lut16_of(curve(200, 200, 0), 100)[16384], 0) << "any other size: the table, which is all 0";
 }
 
 TEST(VormObject, AnyCurveIsSafe) {
     CVorm vorm;
-    for (const int gamma : {INT_MIN, -1, 0}) {
-        vorm.SetGamma(gamma, 15);
-        EXPECT_EQ(table_of(vorm)[77], 77) << "as gamma 1";
-        EXPECT_EQ(lut16_of(*vorm.settings.lut, 280)[777], 777);
-        EXPECT_EQ(curve_of(vorm).gamma, gamma);
-    }
     for (const int gamma : {1, 2, 100, INT_MAX}) {
         for (const int contrast : {INT_MIN, 0, INT_MAX}) {
             for (const int brightness : {INT_MIN, 0, INT_MAX}) {
@@ -208,28 +206,21 @@ TEST(VormObject, StretchedTable) {
     }
 }
 
-TEST(VormObject, SixteenBitCurve) {
-    const Words doubled = lut16_of(curve(100, 200, 0), 280), swapped = lut16_of(curve(100, 200, 0), 280, false);
-    EXPECT_EQ((Words{doubled[16384], doubled[30000], doubled[32768], doubled[40000], doubled[50000]}),
-              (Words{0, 27232, 32768, 47232, 65535}));
-    EXPECT_EQ(swapped[0x3075], doubled[0x7530]);
-    EXPECT_EQ(lut16_of(curve(100, 100, 39), 280)[1000], 1256) << "255.6 levels more, cut towards the centre";
-    EXPECT_EQ(lut16_of(curve(200, 100, 0), 280)[16384], 32767) << "65535 * sqrt(0.250004) = 32767.7";
-    EXPECT_EQ(lut16_of(curve(200, 200, 0), 100)[16384], 0) << "any other size: the table, which is all 0";
-
+TEST(VormObject, TableFor16BitFramesIsBuiltWhereThereIsOneFor8) {
     CVorm vorm;
-    _vorm_settings settings = vorm.settings;
-    EXPECT_EQ(vorm.BuildLut16WhenNotRunning(&settings, 1), 1);
-    EXPECT_EQ(settings.lut16, nullptr);
     vorm.SetContrast(200, 15);
-    settings = vorm.settings;
-    EXPECT_EQ(vorm.BuildLut16WhenNotRunning(&settings, 1), 1);
-    ASSERT_NE(settings.lut16, nullptr);
-    EXPECT_TRUE(std::equal(doubled.begin(), doubled.end(), settings.lut16));
-    EXPECT_EQ(vorm.BuildLut16WhenNotRunning(&settings, 0), 1);
-    EXPECT_TRUE(std::equal(swapped.begin(), swapped.end(), settings.lut16));
+    _vorm_settings settings = vorm.settings;
+    for (const bool natural : {true, false}) {
+        EXPECT_EQ(vorm.BuildLut16WhenNotRunning(&settings, natural), 1);
+        ASSERT_NE(settings.lut16, nullptr);
+        const Words expected = lut16_of(curve(100, 200, 0), 280, natural);
+        EXPECT_TRUE(std::equal(expected.begin(), expected.end(), settings.lut16));
+    }
     settings.lut_size = 0;
     EXPECT_EQ(vorm.BuildLut16WhenNotRunning(&settings, 0), 1);
+    EXPECT_EQ(settings.lut16, nullptr);
+    settings.lut = nullptr;
+    EXPECT_EQ(vorm.BuildLut16WhenNotRunning(&settings, 1), 1);
     EXPECT_EQ(settings.lut16, nullptr);
 }
 

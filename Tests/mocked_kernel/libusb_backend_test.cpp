@@ -176,25 +176,25 @@ class LibusbBackendTest : public testing::Test {
         EXPECT_EQ(libusb_backend().devices(found), 0);
         return found;
     }
-    /// The only device, open, with both pipes.
+    /// Opened, with both pipes.
+    static std::shared_ptr<HostDevice> open(const std::shared_ptr<HostDevice>& device) {
+        EXPECT_EQ(device->open(), 0);
+        EXPECT_EQ(device->claim(kInterface), 0);
+        EXPECT_EQ(device->set_alternate(kInterface, 1), 0);
+        return device;
+    }
+    /// The only device.
     std::shared_ptr<HostDevice> opened() {
         const auto found = devices();
         if (found.size() != 1) throw std::runtime_error("expected one device");
-        EXPECT_EQ(found[0]->open(), 0);
-        EXPECT_EQ(found[0]->claim(kInterface), 0);
-        EXPECT_EQ(found[0]->set_alternate(kInterface, 1), 0);
-        return found[0];
+        return open(found[0]);
     }
     static IOReturn request(HostDevice& device, UInt8 type, UInt8 code, Bytes& data, UInt32& done, UInt16 length) {
-        IOUSBDevRequestTO request{.bmRequestType = type,
-                                  .bRequest = code,
-                                  .wValue = 0,
-                                  .wIndex = 0,
-                                  .wLength = length,
-                                  .pData = data.data(),
-                                  .wLenDone = 99,
-                                  .noDataTimeout = kLongMs,
-                                  .completionTimeout = 0};
+        IOUSBDevRequestTO request{};
+        request.bmRequestType = type, request.bRequest = code;
+        request.wLength = length, request.pData = data.data();
+        request.wLenDone = 99;
+        request.noDataTimeout = kLongMs;
         const IOReturn status = device.control(request);
         done = request.wLenDone;
         return status;
@@ -243,10 +243,7 @@ TEST_F(LibusbBackendTest, DevicesOfOneSearchDoNotDependOnEachOther) {
     const auto found = devices();
     Read reads[2] = {Read(64), Read(64)};
     for (const std::size_t index : {0u, 1u}) {
-        EXPECT_EQ(found[index]->open(), 0);
-        EXPECT_EQ(found[index]->claim(kInterface), 0);
-        EXPECT_EQ(found[index]->set_alternate(kInterface, 1), 0);
-        EXPECT_EQ(found[index]->read_async(kInterface, kIn, reads[index]), 0);
+        EXPECT_EQ(open(found[index])->read_async(kInterface, kIn, reads[index]), 0);
     }
     found[0]->close();
     EXPECT_EQ(reads[0].completions(), 1);
@@ -402,15 +399,15 @@ TEST_F(LibusbBackendTest, AStalledPipeStaysHaltedUntilItIsCleared) {
 }
 
 TEST_F(LibusbBackendTest, WhateverEndsAPipeEndsItsReadsFirst) {
-    struct Case {
+    const struct {
         const char* name;
         void (*end)(HostDevice&);
-    };
-    for (const Case& each : {Case{"setting", [](HostDevice& on) { EXPECT_EQ(on.set_alternate(kInterface, 1), 0); }},
-                             Case{"clear", [](HostDevice& on) { EXPECT_EQ(on.clear_stall(kInterface, kIn), 0); }},
-                             Case{"release", [](HostDevice& on) { on.release(kInterface); }},
-                             Case{"configuration", [](HostDevice& on) { EXPECT_EQ(on.set_configuration(2), 0); }},
-                             Case{"close", [](HostDevice& on) { on.close(); }}}) {
+    } cases[] = {{"setting", [](HostDevice& on) { EXPECT_EQ(on.set_alternate(kInterface, 1), 0); }},
+                 {"clear", [](HostDevice& on) { EXPECT_EQ(on.clear_stall(kInterface, kIn), 0); }},
+                 {"release", [](HostDevice& on) { on.release(kInterface); }},
+                 {"configuration", [](HostDevice& on) { EXPECT_EQ(on.set_configuration(2), 0); }},
+                 {"close", [](HostDevice& on) { on.close(); }}};
+    for (const auto& each : cases) {
         SCOPED_TRACE(each.name);
         plug(1);
         const auto device = opened();
@@ -451,6 +448,7 @@ TEST_F(LibusbBackendTest, UnpluggingEndsAPendingReadAndAnotherDeviceCanFollow) {
     EXPECT_EQ(request(*device, 0xC0, 1, data, done, 4), kIOReturnNoDevice);
     EXPECT_EQ(device->read_pipe(kInterface, kIn, data.data(), size, 10), kIOReturnNoDevice);
     EXPECT_EQ(device->read_async(kInterface, kIn, read), kIOReturnNoDevice);
+    EXPECT_EQ(device->pipe_status(kInterface, kIn), kIOReturnNoDevice);
     EXPECT_EQ(device->clear_stall(kInterface, kIn), kIOReturnNoDevice);
     EXPECT_EQ(device->set_alternate(kInterface, 0), kIOReturnNoDevice);
     kernel.unplug(1);

@@ -104,10 +104,8 @@ void SimulatedCameraModel::run() {
             changed_.wait(lock, [&] { return quit_ || !reachable() || device_.next_event_us() != next_us; });
             continue;
         }
-        std::int64_t wait_us = next_us - clock_.now_us();
-        if (clock_.jumps()) clock_.jump(std::exchange(wait_us, 0));
-        // Also when it is late the lock is let go for a moment: others have a right to it.
-        changed_.wait_for(lock, std::chrono::microseconds(std::max<std::int64_t>(wait_us, 1)));
+        clock_.jump(next_us - clock_.now_us());
+        changed_.wait_for(lock, std::chrono::microseconds(1));  // others have a right to the lock, too
     }
 }
 

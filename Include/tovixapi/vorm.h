@@ -208,7 +208,8 @@ class TOVIX_API CVorm {
 
   private:
     struct KeptTable;
-    /** The table of the latest conversion of a 16-bit frame; made again when the 8-bit one has changed. Null before. */
+    /** The table of the latest conversion of a 16-bit frame, and the upper bytes of its entries; made again when the 8-bit
+     * table has changed. Null before. */
     KeptTable* kept_table = nullptr;
     unsigned short* table_for(_vorm_settings const& frame_settings, int natural_order);
     unsigned char const* top_bytes_of(unsigned short const* table) const;

@@ -11,7 +11,7 @@
 
 namespace tovix::color {
 
-constexpr std::size_t kRowMargin = 128;
+constexpr std::size_t kRowMargin = 128;  // two vectors and what rules look at beyond, in lines of the cache
 
 enum class RowRule { kGrey, kNearest, kQuelt, kEdgeDirected, kEdgeDirectedRim, kZurno };
 constexpr int kRowRules = 6;
@@ -40,7 +40,7 @@ struct RowJob {
     bool mirrored = false;  // column 0 is stored last
     const short* weights = nullptr;  // of the colour matrix, 3 rows of 4, 4096 = 1.0; for functions with a matrix
 
-    // The frame's row that will be wanted next: it is fetched meanwhile.
+    // The frame's row that will be wanted next, from left to right: it is fetched meanwhile.
     const std::uint8_t* next_samples;
     std::size_t sample_bytes = 1;
 };

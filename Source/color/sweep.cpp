@@ -34,9 +34,12 @@ constexpr std::int64_t kLeastWidth = 8, kLeastHeight = 6;
 // row ahead, so that these are all rows in work.
 constexpr int kRawRows = 5, kGreenRows = 3;
 
-/// A row in work. Vectors read more than the row, so that every sample has a value from the beginning.
+/// A row in work. Vectors read more than the row, so that every sample has a value from the beginning. Columns begin at a
+/// line of the cache: vectors that cross lines take longer.
 template <class T>
 class alignas(64) Row {
+    static_assert(kRowMargin * sizeof(T) % 64 == 0);
+
   public:
     T* columns() { return samples_ + kRowMargin; }
 

@@ -3,7 +3,7 @@
 //
 // Each operation of a device takes one byte of the input: mostly the truth is told, else the operation fails, or answers
 // with something else. Frames are the input's own. When the input is used up, the camera is honest and delivers no more
-// frames, as one that has left the bus; which it does after some thousand operations. Time passes by being waited for.
+// frames; after some thousand operations all of them fail, as if it had left the bus. Time passes by being waited for.
 #pragma once
 
 #include <list>

@@ -22,7 +22,7 @@ fi
 
 # No stacks of allocations, and freed memory is kept for some hundred inputs, which takes less time. A find says more when
 # it is run again without these.
-export ASAN_OPTIONS=malloc_context_size=0:quarantine_size_mb=16
+export ASAN_OPTIONS=malloc_context_size=0:quarantine_size_mb=16${ASAN_OPTIONS:+:$ASAN_OPTIONS}
 mkdir -p finds
 failed=0
 printf '%-16s %12s %8s %10s %6s\n' target executions exec/s 'new units' finds
@@ -30,8 +30,13 @@ for target in "${targets[@]}"; do
     mkdir -p "corpus/$target"
     before=$(find finds -name "$target-*" | wc -l)
     options=("$limit" -print_final_stats=1 -timeout=120 -report_slow_units=120 "-artifact_prefix=finds/$target-")
-    # Bytes of an input. The parser compares each of a thousand words with all commands.
-    [[ $target = arguments ]] && options+=(-max_len=512) || options+=(-max_len=2048)
+    # Bytes of an input. A whole image of the smallest FPGA has 3016; of a thousand words the parser compares each with all
+    # commands.
+    case $target in
+        fpga_image) options+=(-max_len=4096) ;;
+        arguments) options+=(-max_len=512) ;;
+        *) options+=(-max_len=2048) ;;
+    esac
     dictionary=../../Tests/fuzz/dictionaries/$target
     [[ ! -f $dictionary ]] || options+=(-dict="$dictionary")
     "Tests/fuzz/fuzz_$target" "${options[@]}" "corpus/$target" "../../Tests/fuzz/seeds/$target" >"$target.log" 2>&1 || failed=1

@@ -396,6 +396,6 @@ class Parser {
 }  // namespace
 
 std::variant<Arguments, int> parse_arguments(int argc, char** argv) {
-    static Parser parser;  // takes far longer to make than to use
+    static Parser parser;  // takes far longer to make than to use: tests parse many command lines
     return parser.parse(argc, argv);
 }

@@ -23,7 +23,7 @@ void RenderingArguments::add_to(CLI::App& command) {
         all_.push_back(option->group("Picture"));
         return option;
     };
-    add(add_choice<std::uint32_t>(command, "--method", method_,
+    add(add_choice<std::uint32_t>(command, "--method", options_.method,
                                   {{"none", TOVIX_DEMOSAIC_NONE},
                                    {"nearest", TOVIX_DEMOSAIC_NEAREST},
                                    {"edge", TOVIX_DEMOSAIC_EDGE},
@@ -61,12 +61,10 @@ void RenderingArguments::add_to(CLI::App& command) {
 
 void RenderingArguments::forget() {
     options_ = {};
-    method_.reset();
 }
 
 RenderingOptions RenderingArguments::settled(ImageKind kind) const {
     RenderingOptions options = options_;
-    options.method = method_;
     if (kind == ImageKind::kRaw) {
         for (const CLI::Option* option : all_) {
             if (*option) throw CLI::ValidationError(option->get_name(), "raw files hold the samples as they are");

@@ -18,6 +18,5 @@ class RenderingArguments {
 
   private:
     RenderingOptions options_;
-    std::optional<std::uint32_t> method_;
     std::vector<const CLI::Option*> all_;  // none of which is for raw files
 };

@@ -125,15 +125,16 @@ template <class T, class Rule, int kChannels, bool kMatrix, bool kRowColourFirst
 HWY_INLINE void make_row(const RowJob<T>& job) {
     static constexpr short kNoWeights[12]{};
     constexpr std::size_t kLanes = hn::MaxLanes(Tag<T>());
-    constexpr std::ptrdiff_t kAhead = 3072 / sizeof(T);
+    static_assert(kRowMargin > 2 * kLanes, "colours are made one vector beyond the last");
+    // Whatever the order of columns, the row is stored from its beginning on, and rows follow one another: processors foresee
+    // that, but not as far as it takes.
+    constexpr std::size_t kAhead = 3072 / sizeof(T);
     const Matrix<T> matrix(kMatrix ? job.weights : kNoWeights, !job.red_row);
     Around<T> at(job);
     const auto colours_at = [&at](std::size_t x) HWY_ATTR {
         at.go_to(x);
         return Rule::colours(at);
     };
-    // Whatever the order of columns, the row is stored from its beginning on, and rows follow one another: processors foresee
-    // that, but not as far as it takes.
     const std::size_t width = job.width;
     const std::size_t first = Rule::first_column(job.green_first);
     const std::size_t last = first + (width - 1 - first) / kLanes * kLanes;
@@ -142,8 +143,7 @@ HWY_INLINE void make_row(const RowJob<T>& job) {
     const std::size_t end = (mirrored ? first : last) + step;
     std::size_t x = mirrored ? last : first;
     T* pixels = job.image + (mirrored ? 0 : first * kChannels);
-    const std::uint8_t* samples_ahead = job.next_samples;
-    const std::size_t step_ahead = kLanes * job.sample_bytes;  // a line at the most
+    std::size_t samples_fetched = 0;  // bytes of the next row
 
     // Before a matrix, colours are made one vector ahead: while sums wait for each other, the processor has loads to begin.
     Colours<T> ahead = colours_at(x);
@@ -152,10 +152,10 @@ HWY_INLINE void make_row(const RowJob<T>& job) {
         const std::size_t count = HWY_LIKELY(x + kLanes <= width) ? kLanes : width - x;
         x += step;
         if (kMatrix) ahead = colours_at(x);
-        prefetch(pixels + kAhead, kChannels * kLanes);
-        hwy::Prefetch(samples_ahead);
-        samples_ahead += step_ahead;
-        T whole[kChannels * kLanes];
+        prefetch(pixels, kAhead, kChannels * kLanes);
+        prefetch(job.next_samples, samples_fetched, 1);
+        samples_fetched += kLanes * job.sample_bytes;  // a line at the most
+        T whole[kChannels * kLanes];                   // of what is not set nothing gets into the image
         T* const part = whole + (mirrored ? kLanes - count : 0) * kChannels;
         const bool cut = HWY_UNLIKELY(count < kLanes);  // not beyond the row
         if (cut) std::memcpy(part, pixels, count * kChannels * sizeof(T));

@@ -62,7 +62,7 @@ class Matrix<std::uint8_t> {
     }
 
   private:
-#if HWY_TARGET == HWY_AVX2
+#if HWY_TARGET == HWY_AVX2  // one instruction instead of two
     static HWY_INLINE V16 even_by_16(V16 v) {
         return V16{_mm256_maddubs_epi16(v.raw, _mm256_set1_epi16(16))};
     }

@@ -186,7 +186,7 @@ void fill_greens(T* out, const RowJob<T>& job) {
     Around<T> at(job);
     for (std::size_t x = Rule::first_column(job.green_first); x < job.width; x += hn::Lanes(Tag<T>())) {
         at.go_to(x);
-        hwy::Prefetch(job.next_samples + x * job.sample_bytes);
+        prefetch(job.next_samples, x * job.sample_bytes, 1);
         hn::StoreU(Rule::greens(at), Tag<T>(), out + x);
     }
 }

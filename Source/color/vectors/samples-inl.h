@@ -67,12 +67,14 @@ HWY_INLINE auto joined(D, V even_ones, V odd_ones) {
     return moved(clamped(even_ones, odd_ones), kOrder.bytes);
 }
 
-/// Memory is fetched while vectors are in work: only so are both busy at once.
+/// Memory is fetched while vectors are in work: only so are both busy at once. It may lie beyond an object's end, where no
+/// pointer may point: nothing is read there.
 template <class T>
-HWY_INLINE void prefetch(const T* memory, std::size_t count) {
-    constexpr std::size_t kLine = 64 / sizeof(T);
-    for (std::size_t i = 0; i < count; i += kLine)
-        hwy::Prefetch(memory + i);
+HWY_INLINE void prefetch(const T* memory, std::size_t ahead, std::size_t count) {
+    constexpr std::size_t kLine = 64;
+    const std::uintptr_t begin = reinterpret_cast<std::uintptr_t>(memory) + ahead * sizeof(T);
+    for (std::size_t i = 0; i < count * sizeof(T); i += kLine)
+        hwy::Prefetch(reinterpret_cast<const T*>(begin + i));
 }
 
 /// All bits set in the lanes of even columns, or of odd ones.

@@ -168,6 +168,33 @@ TEST_F(SweepTest, EverySizeOfOneStrip) {
     std::printf("%zu cases\n", cases);
 }
 
+/// An object keeps its table for words; the table of somebody else is looked up as it is.
+TEST_F(SweepTest, TablesOfWords) {
+    constexpr unsigned kWidth = 16, kHeight = 6, kMaxPixelBytes = 6;
+    const Fenced frame(2 * kWidth * kHeight, Fenced::Side::kBack);
+    const Fenced image(kMaxPixelBytes * kWidth * kHeight, Fenced::Side::kBack);
+    fill_frame(frame, random);
+    tovix_image_format format{};
+    format.size = sizeof format, format.width = kWidth, format.height = kHeight, format.pixel_format = 1;
+    for (const int gamma : {220, 150, 220}) {
+        for (const unsigned flags : {0u, unsigned{TOVIX_IMAGE_SECOND_FAMILY}}) {
+            format.flags = flags;
+            for (const unsigned bits : {24u, 48u}) {
+                CVorm fresh;
+                std::vector<unsigned char> images[2];
+                for (CVorm* const by : {&fresh, &vorm}) {
+                    use_targets(by == &fresh ? 0 : targets.back());
+                    by->SetGamma(gamma, 15);
+                    ASSERT_EQ(by->ConvertToRgb(image.begin(), frame.begin(), bits, &format, nullptr), TOVIX_OK);
+                    images[by == &vorm].assign(image.begin(), image.end());
+                }
+                EXPECT_TRUE(images[0] == images[1]) << "gamma " << gamma << ", flags " << flags << ", " << bits;
+            }
+        }
+    }
+    compare_all_kinds(kWidth, kHeight);
+}
+
 /// A picture that is wider is made in several strips; nobody sees where they meet.
 TEST_F(SweepTest, SeveralStrips) {
     for (const unsigned width : {2622u, 2626u, 5250u}) {

@@ -40,8 +40,8 @@ struct RowJob {
     bool mirrored = false;  // column 0 is stored last
     const short* weights = nullptr;  // of the colour matrix, 3 rows of 4, 4096 = 1.0; for functions with a matrix
 
-    // The frame's row that will be wanted next, if processors do not foresee that.
-    const std::uint8_t* next_samples = nullptr;
+    // The frame's row that will be wanted next: it is fetched meanwhile.
+    const std::uint8_t* next_samples;
     std::size_t sample_bytes = 1;
 };
 

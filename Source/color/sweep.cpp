@@ -137,6 +137,7 @@ class StripSweep {
         const bool near_rim = y < 2 || y >= height_ - 2;
         const auto fill = at_rim(y) ? rows_.edge_green_rim : near_rim ? rows_.edge_green : rows_.zurno_green;
         T* const out = green(y);
+        const RowWindow<T> rows = raw_window(y);
         fill(out - kMore, {
                               .raw = raw_window(y, kMore),
                               .width = static_cast<std::size_t>(columns() + 2 * kMore),
@@ -148,7 +149,7 @@ class StripSweep {
         // Zurno begins at the first site that lacks green. The columns at the rim are for the edge-directed rule.
         T pixel[3];
         const auto put_right = [&](std::int64_t x, const auto& make_again) {
-            make_again(RowSite<T>{raw_window(y), raw_window(y), x, 1, pixel});
+            make_again(RowSite<T>{rows, rows, x, 1, pixel});
             out[x] = pixel[kGreen];
         };
         make_ends<EdgeDirected>(y, put_right);
@@ -168,9 +169,10 @@ class StripSweep {
     void make(std::int64_t i) {
         const std::int64_t y = row_at(i);
         T* const image = image_of(y);
+        const RowWindow<T> raw_rows = raw_window(y), green_rows = zurno_ ? green_window(y) : raw_rows;
         rows_.make[static_cast<int>(rule(y))][pixel_size_ == 4][what_.weights != nullptr]({
-            .raw = raw_window(y),
-            .green = green_window(y),
+            .raw = raw_rows,
+            .green = green_rows,
             .width = static_cast<std::size_t>(columns()),
             .red_row = site(y).red_row,
             .green_first = site(y).green,
@@ -178,13 +180,12 @@ class StripSweep {
             .image = image,
             .mirrored = place_.mirrored,
             .weights = what_.weights,
-            .next_samples = in_order_ ? nullptr : read_.bytes(frame_row(row_at(inside(i + 2))) * width_ + begin_),
+            .next_samples = read_.bytes(frame_row(row_at(inside(i + 2))) * width_ + begin_),
             .sample_bytes = Reader::kSampleBytes,
         });
 
         const auto put_right = [&](std::int64_t x, const auto& make_again) {
             T* const pixel = image + (place_.mirrored ? columns() - 1 - x : x) * pixel_size_;
-            const RowWindow<T> raw_rows = raw_window(y), green_rows = zurno_ ? green_window(y) : raw_rows;
             make_again(RowSite<T>{raw_rows, green_rows, x, from_right_ ? -1 : 1, pixel});
             if (what_.weights == nullptr) return;
             if constexpr (sizeof(T) == 1) {
@@ -252,8 +253,7 @@ class StripSweep {
     const bool frame_order_ = what_.order == RuleOrder::kFrame;  // of rows, and of what is left
     const bool upright_ = place_.top_down || frame_order_;
     const bool backwards_ = frame_order_ && !place_.top_down;
-    const bool in_order_ = place_.top_down && !place_.mirrored;  // samples are read as they stand in the frame
-    const bool from_right_ = place_.mirrored && !frame_order_;   // the rule's first column is the last of the frame
+    const bool from_right_ = place_.mirrored && !frame_order_;  // the rule's first column is the last of the frame
     const bool corner_of_bytes_ = Reader::kSampleBytes == 1 && frame_order_;  // of the direct kernels on 8-bit frames
     const bool zurno_ = what_.method == Method::kZurno;
     const int pixel_size_ = what_.layout == Layout::kRgb32 ? 4 : 3;
@@ -306,7 +306,6 @@ struct ReadBytes {
 template <class T>
 struct ReadWords {
     static constexpr std::size_t kSampleBytes = 2;
-    static constexpr std::size_t kTogether = 8 / sizeof(T);
     WordFrame frame;
     const std::uint8_t* bytes(std::int64_t from) const {
         return reinterpret_cast<const std::uint8_t*>(frame.samples) + 2 * from;
@@ -322,25 +321,29 @@ struct ReadWords {
     void operator()(const FetchFunctions& fetch, T* row, std::int64_t from, std::size_t count) const {
         const auto* const samples = bytes(from);
         if (sizeof(T) == 1 && frame.table_top_bytes != nullptr) {
-            const Words<1> word{samples};
-            for (std::size_t x = 0; x < count; ++x)
-                row[x] = frame.table_top_bytes[word(samples + 2 * x)];
+            look_up(row, samples, count,
+                    [&](const std::uint8_t* sample) { return frame.table_top_bytes[Words<1>{samples}(sample)]; });
         } else if (frame.table != nullptr) {
-            const TabledWords<T> read{samples, frame.table};
-            std::size_t x = 0;
-            for (; x + kTogether <= count; x += kTogether) {  // one store for all
-                std::uint64_t together = 0;
-                for (std::size_t i = 0; i < kTogether; ++i)
-                    together |= std::uint64_t{read(samples + 2 * (x + i))} << (8 * sizeof(T) * i);
-                std::memcpy(row + x, &together, sizeof together);
-            }
-            for (; x < count; ++x)
-                row[x] = read(samples + 2 * x);
+            look_up(row, samples, count, TabledWords<T>{samples, frame.table});
         } else if constexpr (sizeof(T) == 1) {
             fetch.top_bytes(row, samples, count, frame.msb_first);
         } else {
             fetch.words(row, samples, count, frame.msb_first);
         }
+    }
+
+  private:
+    static void look_up(T* row, const std::uint8_t* samples, std::size_t count, const auto& entry_of) {
+        constexpr std::size_t kTogether = 8 / sizeof(T);  // one store for all
+        std::size_t x = 0;
+        for (; x + kTogether <= count; x += kTogether) {
+            std::uint64_t together = 0;
+            for (std::size_t i = 0; i < kTogether; ++i)
+                together |= std::uint64_t{entry_of(samples + 2 * (x + i))} << (8 * sizeof(T) * i);
+            std::memcpy(row + x, &together, sizeof together);
+        }
+        for (; x < count; ++x)
+            row[x] = entry_of(samples + 2 * x);
     }
 };
 

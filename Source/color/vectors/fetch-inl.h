@@ -74,21 +74,14 @@ void fetch_by_table(std::uint8_t* row, const std::uint8_t* samples, std::size_t 
         row[x] = table[samples[x]];
 }
 
-/// Words of the frame, which may stand at an odd address, as the machine reads them.
-HWY_INLINE auto load_words(const std::uint8_t* samples) {
-    const Tag<std::uint16_t> d;
-    return hn::BitCast(d, hn::LoadU(hn::Repartition<std::uint8_t, Tag<std::uint16_t>>(), samples));
-}
-
 void fetch_top_bytes(std::uint8_t* row, const std::uint8_t* samples, std::size_t count, bool msb_first) {
-    const Tag<std::uint16_t> d;
-    const hn::Rebind<std::uint8_t, Tag<std::uint16_t>> half;
+    const Tag<std::uint8_t> d;
+    const std::size_t lanes = hn::Lanes(d);
     std::size_t x = 0;
     // The frame may end right after the last top byte: no vector reads that far.
-    for (; x + hn::Lanes(d) < count; x += hn::Lanes(d)) {
-        const auto words = load_words(samples + 2 * x);
-        const auto top = msb_first ? hn::And(words, hn::Set(d, 255)) : hn::ShiftRight<8>(words);
-        hn::StoreU(hn::DemoteTo(half, hn::BitCast(D16(), top)), half, row + x);
+    for (; x + lanes < count; x += lanes) {
+        const auto first = hn::LoadU(d, samples + 2 * x), second = hn::LoadU(d, samples + 2 * x + lanes);
+        hn::StoreU(msb_first ? hn::ConcatEven(d, second, first) : hn::ConcatOdd(d, second, first), d, row + x);
     }
     for (; x < count; ++x)
         row[x] = samples[2 * x + !msb_first];

@@ -153,10 +153,8 @@ HWY_INLINE void make_row(const RowJob<T>& job) {
         x += step;
         if (kMatrix) ahead = colours_at(x);
         prefetch(pixels + kAhead, kChannels * kLanes);
-        if (samples_ahead != nullptr) {
-            hwy::Prefetch(samples_ahead);
-            samples_ahead += step_ahead;
-        }
+        hwy::Prefetch(samples_ahead);
+        samples_ahead += step_ahead;
         T whole[kChannels * kLanes];
         T* const part = whole + (mirrored ? kLanes - count : 0) * kChannels;
         const bool cut = HWY_UNLIKELY(count < kLanes);  // not beyond the row

@@ -56,7 +56,7 @@ class OneProperty : public ::testing::Test {
     void look_from(int position, int sharpest) {
         const double contrast = 200 / (1 + std::pow((position - sharpest) / 400.0, 2));
         for (std::size_t i = 0; i < frame.size(); ++i)
-            frame[i] = i / 4 % 2 == 0 ? static_cast<std::uint8_t>(contrast) : 0;
+            frame[i] = static_cast<std::uint8_t>(i / 4 % 2 == 0 ? contrast : 0);
     }
 
     _tovix camera{};

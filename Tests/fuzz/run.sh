@@ -30,11 +30,10 @@ for target in "${targets[@]}"; do
     mkdir -p "corpus/$target"
     before=$(find finds -name "$target-*" | wc -l)
     options=("$limit" -print_final_stats=1 -timeout=120 -report_slow_units=120 "-artifact_prefix=finds/$target-")
-    # Bytes of an input. A whole image of the smallest FPGA has 3016; of a thousand words the parser compares each with all
-    # commands.
     case $target in
-        fpga_image) options+=(-max_len=4096) ;;
-        arguments) options+=(-max_len=512) ;;
+        arguments) options+=(-max_len=512) ;; # the parser compares each word with all commands
+        conversion) options+=(-max_len=2048 -entropic=0) ;; # weighing its many features takes longer than a conversion
+        fpga_image) options+=(-max_len=4096) ;; # a whole image of the smallest FPGA has 3016
         *) options+=(-max_len=2048) ;;
     esac
     dictionary=../../Tests/fuzz/dictionaries/$target

@@ -143,7 +143,9 @@ HWY_INLINE void make_row(const RowJob<T>& job) {
     const std::size_t end = (mirrored ? first : last) + step;
     std::size_t x = mirrored ? last : first;
     T* pixels = job.image + (mirrored ? 0 : first * kChannels);
-    std::size_t samples_fetched = 0;  // bytes of the next row
+    const std::uint8_t* const next_samples = job.next_samples;
+    const std::size_t bytes_a_vector = kLanes * job.sample_bytes;  // a line at the most
+    std::size_t bytes_fetched = 0;
 
     // Before a matrix, colours are made one vector ahead: while sums wait for each other, the processor has loads to begin.
     Colours<T> ahead = colours_at(x);
@@ -153,9 +155,9 @@ HWY_INLINE void make_row(const RowJob<T>& job) {
         x += step;
         if (kMatrix) ahead = colours_at(x);
         prefetch(pixels, kAhead, kChannels * kLanes);
-        prefetch(job.next_samples, samples_fetched, 1);
-        samples_fetched += kLanes * job.sample_bytes;  // a line at the most
-        T whole[kChannels * kLanes];                   // of what is not set nothing gets into the image
+        prefetch(next_samples, bytes_fetched, 1);
+        bytes_fetched += bytes_a_vector;
+        T whole[kChannels * kLanes];  // of what is not set nothing gets into the image
         T* const part = whole + (mirrored ? kLanes - count : 0) * kChannels;
         const bool cut = HWY_UNLIKELY(count < kLanes);  // not beyond the row
         if (cut) std::memcpy(part, pixels, count * kChannels * sizeof(T));
